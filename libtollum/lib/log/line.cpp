@@ -1,0 +1,165 @@
+// One line: the prefix and the message into the line buffer, the buffer to the log's streams.
+#include <syslog.h>
+
+#include <atomic>
+#include <charconv>
+#include <cstdarg>
+#include <cstring>
+#include <span>
+
+#include "log/statement.h"
+#include "tassert/tassert.h"
+#include "timeop/timeop.h"
+
+namespace {
+
+thread_local char g_outbuf[2048];
+
+// What is still free of the line buffer, the place of its terminating zero included.
+using line_room = std::span<char>;
+
+// Goes past `len` characters and ends the text there.
+void advance(line_room &room, size_t len) {
+  room = room.subspan(len);
+  room[0] = '\0';
+}
+
+int flags2clock(uint32_t flags, clockid_t *clock_id) {
+  switch (flags & f_TIMER_ID) {
+  case f_REALTIME_TIMER:
+    *clock_id = CLOCK_REALTIME;
+    return 0;
+  case f_MONOTONIC_TIMER:
+    *clock_id = CLOCK_MONOTONIC;
+    return 0;
+  default:
+    fprintf(stderr, "%s: unsupported timer value: %u\n", __func__, flags & f_TIMER_ID);
+    return -1;
+  }
+}
+
+// The time and one blank.
+bool put_time(line_room &room, const log_ctx *ctx) {
+  clockid_t clock_id;
+  timespec now;
+  if (flags2clock(ctx->time_format, &clock_id) != 0)
+    return false;
+  if (clock_gettime(clock_id, &now) != 0) {
+    perror("clock_gettime");
+    return false;
+  }
+  const size_t size = room.size() - 1;
+  const int n = mk_timestr(&now, ctx->time_format, room.data(), size);
+  if (n < 1 || static_cast<size_t>(n) >= size) {
+    fprintf(stderr, "%s: time buffer error (n=%d)\n", "logbuf_prepare", n);
+    return false;
+  }
+  const auto len = static_cast<size_t>(n);
+  room[len] = ' ';
+  advance(room, len + 1);
+  return true;
+}
+
+// `text` and two blanks; `what` names it if there is no room.
+bool put_field(line_room &room, const char *what, const char *text) {
+  const size_t len = strlen(text);
+  if (len + 2 >= room.size()) {
+    fprintf(stderr, "%s: %s buffer error (n=%d)", "logbuf_prepare", what,
+            static_cast<int>(len + 1));
+    return false;
+  }
+  memcpy(room.data(), text, len);
+  room[len] = room[len + 1] = ' ';
+  advance(room, len + 2);
+  return true;
+}
+
+bool put_pid(line_room &room, pid_t pid) {
+  char text[24] = {};
+  std::to_chars(text, text + sizeof text - 1, pid);
+  return put_field(room, "pid", text);
+}
+
+bool put_prefix(line_room &room, const log_ctx *ctx, int level) {
+  if ((ctx->time_format & f_NO_TIME) == 0) {
+    if (!put_time(room, ctx) || (ctx->pid >= 1 && !put_pid(room, ctx->pid)))
+      return false;
+  }
+  if (level > MIN_level && !put_field(room, "level", get_level_tag(level)))
+    return false;
+  if (ctx->group.num64 == 0)
+    return true;
+  TASSERT(ctx->group.sym8[sizeof ctx->group.sym8 - 1] == '\0');
+  return put_field(room, "group", ctx->group.sym8);
+}
+
+[[gnu::format(printf, 3, 0)]] int vlogbuf_prepare(const log_ctx *ctx, int level, const char *format,
+                                                  va_list args) {
+  line_room room{g_outbuf};
+  if (!put_prefix(room, ctx, level))
+    return -1;
+  const int n = vsnprintf(room.data(), room.size(), format, args);
+  if (n < 1 || static_cast<size_t>(n) >= room.size()) {
+    perror("fprintf/vfprintf");
+    return -1;
+  }
+  return n;
+}
+
+// The lock is held over both streams, so that they get the lines of several threads in one order.
+void put_streams(log_ctx *ctx) {
+  flockfile(ctx->fp);
+  fputs(g_outbuf, ctx->fp);
+  if (ctx->mirror_fp != nullptr && fileno(ctx->mirror_fp) != fileno(ctx->fp))
+    fputs(g_outbuf, ctx->mirror_fp);
+  funlockfile(ctx->fp);
+  std::atomic_ref(ctx->total_out).fetch_add(strlen(g_outbuf), std::memory_order_relaxed);
+}
+
+} // namespace
+
+void logbuf_reset() {
+  g_outbuf[0] = '\0';
+}
+
+bool logbuf_empty() {
+  return g_outbuf[0] == '\0';
+}
+
+int logbuf_prepare(const log_ctx *ctx, int level, const char *format, ...) {
+  va_list args;
+  va_start(args, format);
+  const int n = vlogbuf_prepare(ctx, level, format, args);
+  va_end(args);
+  return n;
+}
+
+void log_flush(log_ctx *ctx, int level) {
+  if (logbuf_empty() || ctx->fp == nullptr)
+    return;
+  put_streams(ctx);
+  if (g_sigctx == 0 && level < 0 && ctx->syslg.enabled)
+    syslog(ctx->syslg.facility | get_syslog_pri(level), "%s", g_outbuf);
+}
+
+// There is no ring to put the line into.
+void log_lard(log_ctx *, int) {}
+
+void log_statement(const loglevel_ctx &ll, log_ctx *ctx, int level, const char *format, ...) {
+  va_list args;
+  va_start(args, format);
+  logbuf_reset();
+  if (lard_enabled(ctx)) {
+    va_list ring_args;
+    va_copy(ring_args, args);
+    vlogbuf_prepare(ctx, level, format, ring_args);
+    va_end(ring_args);
+    log_lard(ctx, level);
+  }
+  if (log_passes(ll, level)) {
+    if (logbuf_empty())
+      vlogbuf_prepare(ctx, level, format, args);
+    log_flush(ctx, level);
+  }
+  va_end(args);
+}

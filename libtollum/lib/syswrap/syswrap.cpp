@@ -1,0 +1,33 @@
+#include "syswrap/syswrap.h"
+
+#include <getopt.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "log/statement.h"
+
+LOG_MODULE(2);
+
+void *W_calloc(const char *caller, size_t count, size_t size) {
+  void *ptr = calloc(count, size);
+  if (ptr == nullptr) {
+    const int error = errno;
+    LOG(g_log, ERR_level, "%s: calloc(%ld, %ld) ERROR(%d): %s\n", caller, static_cast<long>(count),
+        static_cast<long>(size), error, strerror(error));
+    errno = error;
+  }
+  return ptr;
+}
+
+void reset_getopt_state() {
+  optind = 0;
+}
+
+const char *pick_first_file(const char *const *paths, size_t count) {
+  for (size_t i = 0; i < count; ++i)
+    if (access(paths[i], F_OK) == 0)
+      return paths[i];
+  return nullptr;
+}

@@ -1,0 +1,15 @@
+#include <cstdio>
+#include <cstdlib>
+
+#include "timeop/timeop.h"
+
+void set_clk_now(timespec *ts, clockid_t clock_id) {
+  if (clock_gettime(clock_id, ts) != 0) {
+    perror("clock_gettime");
+    abort();
+  }
+}
+
+void set_real_now(timespec *ts) {
+  set_clk_now(ts, CLOCK_REALTIME);
+}
