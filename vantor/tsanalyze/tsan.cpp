@@ -1,0 +1,144 @@
+#include "tsanalyze/tsan.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "log/statement.h"
+#include "syswrap/syswrap.h"
+#include "tsanalyze/alert.h"
+#include "tsanalyze/analyze.h"
+#include "tsanalyze/classify.h"
+#include "tsanalyze/clock.h"
+#include "tsanalyze/ctx.h"
+#include "tsanalyze/ndat.h"
+#include "tsanalyze/packet.h"
+#include "tsanalyze/pids.h"
+#include "tsanalyze/ptag.h"
+#include "tsanalyze/section.h"
+
+LOG_MODULE(0);
+
+namespace {
+
+enum { IDLE = -16, OUT_OF_SYNC = -1 };
+
+// Seconds.
+enum : time_t { IDLE_NOTICE_PAUSE = 10, LOSTSYNC_WINDOW = 2 };
+
+// Cases of lost sync in one window that are put up with.
+enum : size_t { LOSTSYNC_MAX = 9 };
+
+// Ends a run in which nothing could be analyzed for too long.
+int check_idle(tsan_ctx *tc) {
+  if (tc->atotal != 0 || tc->last_pkt_idx < tc->cfg.max_skip_pkts)
+    return 0;
+  const time_t now = wall_seconds();
+  if (now - tc->idle_notice_tm > IDLE_NOTICE_PAUSE) {
+    LOG(g_log, ERR_level, "[%s] has been idling for too long (%lu/%zu packets)\n", tc->cfg.source,
+        tc->last_pkt_idx, tc->cfg.max_skip_pkts);
+    tc->idle_notice_tm = now;
+  }
+  return IDLE;
+}
+
+} // namespace
+
+tsan_t tsan_init(const char *src, const tsan_config *cfg, int *err) {
+  auto *tc = static_cast<tsan_ctx *>(W_calloc(__func__, 1, sizeof(tsan_ctx)));
+  if (!tc) {
+    if (err)
+      *err = ENOMEM;
+    return nullptr;
+  }
+  tc->cfg = *cfg;
+  if (src)
+    strncpy(tc->cfg.source, src, sizeof tc->cfg.source - 1);
+  tc->cfg.source[sizeof tc->cfg.source - 1] = '\0';
+  for (program_info &pg : tc->pg)
+    pg.ref_idx = pg.pcr_idx = -1;
+  psi_block_init(&tc->pat);
+  tc->ndat_pcount = tc->cfg.max_ndat_pcount;
+  pids_rebuild(tc);
+  LOG(g_log, DEBUG_level, "%s: tsan[%s] (%p) created\n", __func__, tc->cfg.source,
+      static_cast<void *>(tc));
+  return tc;
+}
+
+void tsan_free(tsan_t ctx) {
+  if (ctx->cfg.source[0] == '\0') {
+    LOG(g_log, WARN_level, "%s: avoiding double-freeing of tsan[] (%p)\n", __func__,
+        static_cast<void *>(ctx));
+    return;
+  }
+  LOG(g_log, DEBUG_level, "%s: freeing up tsan[%s] (%p)\n", __func__, ctx->cfg.source,
+      static_cast<void *>(ctx));
+  // Of all programs, since a merged PAT can have brought their number down.
+  for (program_info &pg : ctx->pg)
+    close_ctxt(&pg.txt_pmt);
+  psi_block_free(&ctx->pat);
+  if (ctx->new_pat)
+    psi_block_free(ctx->new_pat);
+  free(ctx->new_pat);
+  *ctx = {};
+  free(ctx);
+}
+
+int tsan_process(tsan_t ctx, const uint8_t *pkt) {
+  setup_dat(ctx, ts_pid(pkt));
+  if (ctx->start_tm.tv_sec == 0 && ctx->start_tm.tv_nsec == 0)
+    set_now(&ctx->start_tm);
+  ++ctx->last_pkt_idx;
+  ++ctx->ptotal;
+  ctx->ptag_stale = true;
+
+  if (pkt[0] != TS_SYNC_BYTE) {
+    LOG(g_log, ERR_level, "%s: [%s] out of sync at %s\n", __func__, ctx->cfg.source, ptag(ctx));
+    return OUT_OF_SYNC;
+  }
+
+  const ssize_t idx = upsert_pkt_info(ctx, pkt);
+  if (idx >= 0) {
+    mark_processed(ctx, idx);
+    if (analyze_pkt(ctx, pkt, idx) != 0)
+      return -1;
+    if (ctx->ndat_pcount != 0)
+      check_pcount(ctx, false);
+  }
+  return check_idle(ctx);
+}
+
+uint64_t tsan_get_pidx(tsan_t ctx) {
+  return ctx->last_pkt_idx;
+}
+
+void tsan_set_pidx(tsan_t ctx, uint64_t idx) {
+  ptag(ctx); // the tag of the packet at hand keeps its index
+  LOG(g_log, WARN_level, "[%s] packet index changed from %lu to %lu\n", ctx->cfg.source,
+      ctx->last_pkt_idx, idx);
+  ctx->last_pkt_idx = idx;
+}
+
+int tsan_alert_lostsync(tsan_t ctx) {
+  const time_t now = wall_seconds();
+  if (ctx->lostsync_start == 0) {
+    ctx->lostsync_start = now;
+  } else if (now - ctx->lostsync_start > LOSTSYNC_WINDOW && ctx->lostsync_count <= LOSTSYNC_MAX) {
+    ctx->lostsync_count = 0;
+    ctx->lostsync_start = now;
+  }
+  ++ctx->lostsync_count;
+  ++ctx->gac.lost_sync;
+
+  alert_human(ctx, "ALERT LOST-SYNC [%s] seq=%zu at %s\n", ctx->cfg.source, ctx->lostsync_count,
+              ptag(ctx));
+  // The terse form does not wait for access_log_alerts.
+  LOG(g_access_log, MIN_level, "ALERT LOST-SYNC %s %zu [%s]\n", ctx->cfg.source,
+      ctx->lostsync_count, ptag(ctx));
+
+  if (ctx->lostsync_count <= LOSTSYNC_MAX)
+    return 0;
+  LOG(g_log, ERR_level, "%s: bailing out after %zu cases within %ld sec\n", __func__,
+      ctx->lostsync_count, now - ctx->lostsync_start);
+  return -1;
+}

@@ -1,0 +1,129 @@
+#include "tsanalyze/tstamp.h"
+
+#include <algorithm>
+
+#include "log/statement.h"
+#include "misc/timestr.h"
+#include "mpegts/mpegts.h"
+#include "tsanalyze/alert.h"
+#include "tsanalyze/ptag.h"
+
+LOG_MODULE(0);
+
+namespace {
+
+// A time as text, for the length of a statement.
+struct time_text {
+  char text[64] = {};
+  explicit time_text(uint64_t ms) { ms2timestr(ms, text, sizeof text - 1); }
+};
+
+// Text of a value of the 90 kHz clock.
+time_text ticks_text(uint64_t ticks) {
+  return time_text(ticks / 90);
+}
+
+const char *kind_of(bool is_pts) {
+  return is_pts ? "pts" : "dts";
+}
+
+uint64_t stamp_of(const stream_info *stream, bool is_pts) {
+  return is_pts ? stream->last_pts : stream->last_dts;
+}
+
+// The 33-bit wrap is not made up for: a stamp behind it lies a day away from a clock before it.
+uint32_t distance_ms(uint64_t a, uint64_t b) {
+  return pcr_delta_ms(std::min(a, b), std::max(a, b));
+}
+
+// Stores a stamp; true when it differs from the last one and the change is to be traced.
+bool store_stamp(const tsan_ctx *tc, uint64_t stamp, uint64_t *last, uint64_t *pktnum,
+                 bool *updated) {
+  *updated = stamp != *last;
+  *last = stamp;
+  *pktnum = tc->last_pkt_idx;
+  return *updated && log_passes(g_llctx, DEBUG_level) && tc->cfg.trk.pdts_update;
+}
+
+void dump_pcr_diff(tsan_ctx *tc, bool is_pts, uint64_t delta, const stream_info *stream) {
+  program_info *pg = prog(tc);
+  const char *kind = kind_of(is_pts);
+  const uint64_t stamp = stamp_of(stream, is_pts);
+  const stream_info *pcr_stm = pg->pcr_idx >= 0 ? &pg->stm[pg->pcr_idx] : nullptr;
+  alert_human(
+      tc,
+      "ALERT PCR-DELTA [%s] pcr:%s <> %s:%s %c:pcr(pid%u)/%c:%s(pid%u) = %lu [%s]/ %lu [%s] "
+      "delta=%lu\n",
+      tc->cfg.source, kind, pg->pcr_ptag, ptag(tc), pcr_stm ? pcr_stm->stype : 'P',
+      pcr_stm ? pcr_stm->pid : pg->pcr_pid, stream->stype, kind, stream->pid, pg->last_pcr,
+      ticks_text(pg->last_pcr).text, stamp, ticks_text(stamp).text, delta);
+  alert_terse(tc, "ALERT PCR-DELTA %s %s %u %lu %u %lu %lu [%s]\n", tc->cfg.source, kind,
+              pg->pcr_pid, pg->last_pcr, stream->pid, stamp, delta, ptag(tc));
+  ++pg->alert.pcr_delta;
+}
+
+void dump_time_info(tsan_ctx *tc, const char *label, bool is_pts, uint64_t delta,
+                    const stream_info *ref, const stream_info *stream) {
+  const program_info *pg = prog(tc);
+  const char *kind = kind_of(is_pts);
+  const uint64_t ref_stamp = stamp_of(ref, is_pts);
+  const uint64_t stamp = stamp_of(stream, is_pts);
+  alert_human(tc,
+              "ALERT %s [%s] %s %c:%s(pid%u)/%c:%s(pid%u) = %lu [%s]/%lu [%s] PCR=%lu [%s], "
+              "delta=%lu\n",
+              label, tc->cfg.source, ptag(tc), ref->stype, kind, ref->pid, stream->stype, kind,
+              stream->pid, ref_stamp, ticks_text(ref_stamp).text, stamp, ticks_text(stamp).text,
+              pg->last_pcr, ticks_text(pg->last_pcr).text, delta);
+  alert_terse(tc, "ALERT %s %s %s %u %lu %u %lu %lu [%s]\n", label, tc->cfg.source, kind, ref->pid,
+              ref_stamp, stream->pid, stamp, delta, ptag(tc));
+}
+
+} // namespace
+
+void update_pts_dts(tsan_ctx *tc, pkt_bytes pes, stream_info *stream) {
+  if (pes_has_PTS(pes) && store_stamp(tc, pes_get_PTS(pes), &stream->last_pts, &stream->pts_pktnum,
+                                      &stream->pts_updated))
+    LOG(g_log, INFO_level, "%s: [%s] PTS=%lu [%s] pid=%u at %s\n", __func__, tc->cfg.source,
+        stream->last_pts, ticks_text(stream->last_pts).text, stream->pid, ptag(tc));
+  if (pes_has_DTS(pes) && store_stamp(tc, pes_get_DTS(pes), &stream->last_dts, &stream->dts_pktnum,
+                                      &stream->dts_updated))
+    LOG(g_log, INFO_level, "%s: [%s] DTS=%lu [%s] pid=%u at %s\n", __func__, tc->cfg.source,
+        stream->last_dts, ticks_text(stream->last_dts).text, stream->pid, ptag(tc));
+}
+
+void ck_pcr(tsan_ctx *tc, bool is_pts, const stream_info *stream) {
+  program_info *pg = prog(tc);
+  const uint64_t delta = distance_ms(pg->last_pcr, stamp_of(stream, is_pts));
+  inc_aval(&pg->av_pcr_delta, delta);
+  if (delta > tc->cfg.max_pcr_delta)
+    dump_pcr_diff(tc, is_pts, delta, stream);
+}
+
+void ck_tstamp(tsan_ctx *tc, bool is_pts, const stream_info *ref, const stream_info *stream) {
+  program_info *pg = prog(tc);
+  const uint64_t ref_stamp = stamp_of(ref, is_pts);
+  const uint64_t stamp = stamp_of(stream, is_pts);
+  const uint64_t delta = distance_ms(ref_stamp, stamp);
+  inc_aval(&pg->av_pdts_delta, delta);
+  if (delta == 0 && ref_stamp != stamp) {
+    dump_time_info(tc, "AV-DELTA0", is_pts, delta, ref, stream);
+    ++pg->alert.av_delta0;
+  } else if (delta > tc->cfg.max_pdts_delta) {
+    dump_time_info(tc, "AV-DELTA+", is_pts, delta, ref, stream);
+    ++pg->alert.av_deltaplus;
+  }
+}
+
+void pcr_freq_check(tsan_ctx *tc, uint64_t new_pcr) {
+  program_info *pg = prog(tc);
+  const uint64_t delta = pcr_delta_ms(pg->last_pcr, new_pcr);
+  inc_aval(&pg->av_pcr_freq, delta);
+  if (delta <= tc->cfg.pcr_freq_ms)
+    return;
+  // The two times of this alert show the ticks as if they were milliseconds.
+  alert_human(tc, "ALERT PCR-FREQ pid=%u old/new: %lu [%s]/%lu [%s] delta=%lu\n", pg->pcr_pid,
+              pg->last_pcr, time_text(pg->last_pcr).text, new_pcr, time_text(new_pcr).text, delta);
+  alert_terse(tc, "ALERT PCR-FREQ %s %u %lu %lu %lu [%s]\n", tc->cfg.source, pg->pcr_pid,
+              pg->last_pcr, new_pcr, delta, ptag(tc));
+  ++pg->alert.pcr_freq;
+}
