@@ -1,0 +1,65 @@
+#include "tsa/load_config.h"
+
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <memory>
+
+#include <libconfig.h>
+
+#include "log/statement.h"
+
+LOG_MODULE(0);
+
+namespace {
+
+constexpr char section_path[] = "vnt.stream_analyzer";
+
+config_t g_libcfg;
+
+struct file_closer {
+  void operator()(FILE *file) const { fclose(file); }
+};
+using file_ptr = std::unique_ptr<FILE, file_closer>;
+
+// Anything but a file or a FIFO is refused: the parser ends the whole process on a directory.
+file_ptr open_settings(const char *path) {
+  file_ptr file{fopen(path, "r")};
+  struct stat st;
+  if (file &&
+      (fstat(fileno(file.get()), &st) != 0 || !(S_ISREG(st.st_mode) || S_ISFIFO(st.st_mode))))
+    file.reset();
+  return file;
+}
+
+int load_section(tsan_config *cfg) {
+  const config_setting_t *section = config_lookup(&g_libcfg, section_path);
+  if (!section) {
+    LOG(g_log, ERR_level, "%s: missing %s section\n", "load_config", section_path);
+    return -1;
+  }
+  return tsan_load_config(section, cfg);
+}
+
+} // namespace
+
+int load_config(const char *path, tsan_config *cfg) {
+  const file_ptr file = open_settings(path);
+  if (!file) {
+    fprintf(stderr, "Failed to load [%s]\n", path);
+    return -1;
+  }
+
+  config_init(&g_libcfg);
+  int rc = -1;
+  if (config_read(&g_libcfg, file.get()) == CONFIG_TRUE)
+    rc = load_section(cfg);
+  else
+    LOG(g_log, ERR_level, "Error reading/parsing config file [%s]: line %d: %s\n", path,
+        config_error_line(&g_libcfg), config_error_text(&g_libcfg));
+  config_destroy(&g_libcfg);
+
+  if (rc != 0)
+    LOG(g_log, ERR_level, "%s: [%s] FAILED (%d)\n", __func__, path, rc);
+  return rc;
+}

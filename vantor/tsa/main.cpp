@@ -1,0 +1,160 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+
+#include "log/statement.h"
+#include "meta/app_info.h"
+#include "tassert/tassert.h"
+#include "tsa/config.h"
+#include "tsa/exit_status.h"
+#include "tsa/options.h"
+#include "tsa/usage.h"
+#include "tsanalyze/tsan.h"
+
+LOG_MODULE(0);
+
+namespace {
+
+enum : size_t { PKT_SIZE = 188, BLOCK_PKTS = 100 };
+
+volatile sig_atomic_t g_quit;
+uint8_t g_buf[BLOCK_PKTS * PKT_SIZE];
+
+// What a run holds.
+struct run_state {
+  tsan_t ctx;
+  FILE *file;
+  size_t bytes;   // delivered by all reads
+  size_t records; // packets analyzed
+};
+
+// Asks the read loop to stop. Prints "\nSIG(%d)\n" by hand: formatted output is not to be had
+// inside a signal handler.
+void handle_quit(int sig) {
+  const int saved_errno = errno;
+  char text[16];
+  char *pos = text + sizeof text;
+  *--pos = '\n';
+  *--pos = ')';
+  for (int rest = sig; rest > 0; rest /= 10)
+    *--pos = static_cast<char>('0' + rest % 10);
+  pos -= 5;
+  memcpy(pos, "\nSIG(", 5);
+  [[maybe_unused]] const ssize_t n =
+      write(STDOUT_FILENO, pos, static_cast<size_t>(text + sizeof text - pos));
+  g_quit = 1;
+  errno = saved_errno;
+}
+
+// A closed standard descriptor is opened on /dev/null, so that no file takes its number.
+void open_std_descriptors() {
+  for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd)
+    if (fcntl(fd, F_GETFD) == -1)
+      open("/dev/null", O_RDWR);
+}
+
+void open_logs() {
+  log_default(g_log, stderr);
+  log_set_group(g_log, mk_n64_tag("FSCN"));
+  log_default(g_access_log, stdout);
+  log_set_pid(g_access_log, getpid());
+}
+
+const char *app_info() {
+  return get_custom_app_info(g_app_name, g_app_descr, nullptr);
+}
+
+// Goes to the first record asked for. Returns 0 or -1.
+int seek_start(FILE *file) {
+  if (g_cfg.start_rec <= 1)
+    return 0;
+  const auto offset = static_cast<long>((static_cast<uint64_t>(g_cfg.start_rec) - 1) * PKT_SIZE);
+  if (fseek(file, offset, SEEK_SET) == -1) {
+    const int err = errno;
+    LOG(g_log, ERR_level, "fseek(, %ld, SEEK_SET) ERROR(%d): %s\n", offset, err, strerror(err));
+    return -1;
+  }
+  LOG(g_log, INFO_level, "Moved to record %ld\n", g_cfg.start_rec);
+  return 0;
+}
+
+// Reads to the end of the file, the record limit or the analyzer's word. The limit is held against
+// the count before the packet, so that one more is analyzed than counted; after a signal the rest
+// of the file is still read and counted in bytes.
+int read_loop(run_state &run) {
+  int rc = 0;
+  while (const size_t n = fread(g_buf, PKT_SIZE, BLOCK_PKTS, run.file)) {
+    run.bytes += n * PKT_SIZE;
+    for (size_t i = 0; i < n && !g_quit; ++i, ++run.records) {
+      rc = tsan_process(run.ctx, g_buf + i * PKT_SIZE);
+      if (rc != 0 || (g_cfg.max_records != 0 && g_cfg.max_records <= run.records))
+        return rc;
+    }
+  }
+  return rc;
+}
+
+int analyze_file(run_state &run) {
+  signal(SIGINT, handle_quit);
+  signal(SIGTERM, handle_quit);
+  setvbuf(stdout, nullptr, _IONBF, 0); // alerts reach a pipe at once
+  LOG(g_log, NORM_level, "%s STARTING. PID=%ld\n", app_info(), static_cast<long>(getpid()));
+  LOG(g_log, INFO_level, "reading [%s]\n", g_cfg.fpath);
+
+  const int rc = read_loop(run);
+
+  tsan_check_ndat(run.ctx);
+  LOG(g_log, INFO_level, "%zu/%zu bytes/records read from [%s]\n", run.bytes, run.records,
+      g_cfg.fpath);
+  tsan_dump_stats(stderr, run.ctx);
+  putchar('\n');
+  return rc;
+}
+
+int run_program(int argc, char **argv, run_state &run) {
+  int rc = parse_options(argc, argv);
+  if (rc != 0)
+    return rc;
+  run.ctx = tsan_init(nullptr, &g_cfg.tsa, &rc);
+  if (!run.ctx)
+    return rc;
+  TASSERT(g_cfg.fpath[0]);
+  run.file = fopen(g_cfg.fpath, "r");
+  if (!run.file) {
+    fprintf(stderr, "Cannot open [%s]: %s\n", g_cfg.fpath, strerror(errno));
+    return rc;
+  }
+  rc = seek_start(run.file);
+  return rc != 0 ? rc : analyze_file(run);
+}
+
+// The one way out: every run that got as far as its options ends here.
+int finish(run_state &run, int rc) {
+  if (run.file)
+    fclose(run.file);
+  if (run.ctx)
+    tsan_free(run.ctx);
+  if (rc < 0)
+    rc = EXIT_STATUS_FAILED;
+  LOG(g_log, NORM_level, "%s EXIT(%d). PID=%ld\n", app_info(), rc, static_cast<long>(getpid()));
+  if (ferror(stdout) || ferror(stderr))
+    fprintf(stderr, "%s: not all output could be written\n", g_app_name);
+  log_close(g_log);
+  return rc;
+}
+
+} // namespace
+
+int main(int argc, char **argv) {
+  open_std_descriptors();
+  if (argc <= 1)
+    usage(argv[0], EXIT_STATUS_USAGE);
+  open_logs();
+  init_config();
+  run_state run = {};
+  return finish(run, run_program(argc, argv, run));
+}

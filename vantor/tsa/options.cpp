@@ -1,0 +1,177 @@
+#include "tsa/options.h"
+
+#include <getopt.h>
+#include <strings.h>
+#include <syslog.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "log/statement.h"
+#include "meta/app_info.h"
+#include "syswrap/syswrap.h"
+#include "tsa/config.h"
+#include "tsa/exit_status.h"
+#include "tsa/load_config.h"
+#include "tsa/usage.h"
+
+LOG_MODULE(0);
+
+config g_cfg;
+
+namespace {
+
+constexpr char short_options[] = "tvV?S:s:a:Hr:m:C:Y:k:A:";
+
+constexpr option long_options[] = {
+    {"verbose", no_argument, nullptr, 'v'},       {"version", no_argument, nullptr, 'V'},
+    {"options", no_argument, nullptr, '?'},       {"srctag", required_argument, nullptr, 'S'},
+    {"maxskip", required_argument, nullptr, 's'}, {"alerts", required_argument, nullptr, 'a'},
+    {"hushlog", no_argument, nullptr, 'H'},       {"from", required_argument, nullptr, 'r'},
+    {"maxnum", required_argument, nullptr, 'm'},  {"config", required_argument, nullptr, 'C'},
+    {"syslog", required_argument, nullptr, 'Y'},  {"track", required_argument, nullptr, 'k'},
+    {"analyze", required_argument, nullptr, 'A'}, {nullptr, 0, nullptr, 0},
+};
+
+// Copies at most size - 1 characters; the rest of `dst` reads as zeros.
+template <size_t size> void copy_text(char (&dst)[size], const char *src) {
+  strncpy(dst, src, size - 1);
+  dst[size - 1] = '\0';
+}
+
+void print_version() {
+  fprintf(stderr, "%s\n", get_custom_app_info(g_app_name, g_app_descr, nullptr));
+}
+
+// Settings files are read before any other option acts, so that every option overrides them
+// wherever it stands on the line.
+int first_pass(int argc, char **argv) {
+  for (int opt; (opt = getopt_long(argc, argv, short_options, long_options, nullptr)) != -1;) {
+    switch (opt) {
+    case 'v':
+      ++g_cfg.verbosity;
+      break;
+    case 'V':
+      print_version();
+      exit(EXIT_STATUS_USAGE);
+    case '?':
+      usage(argv[0], EXIT_STATUS_USAGE);
+    case 'C':
+      if (load_config(optarg, &g_cfg.tsa) != 0)
+        return -1;
+      break;
+    default:
+      break;
+    }
+  }
+  return 0;
+}
+
+int set_max_skip(const char *text) {
+  const auto packets = static_cast<size_t>(atol(text));
+  if (packets == 0 || packets > 100000) {
+    fprintf(stderr, "-S value is too small/big\n");
+    return EXIT_STATUS_RANGE;
+  }
+  g_cfg.tsa.max_skip_pkts = packets;
+  return 0;
+}
+
+int set_start_rec(const char *text) {
+  const long record = atol(text);
+  if (record <= 0) {
+    fprintf(stderr, "Bad -r value (%ld)\n", record);
+    return EXIT_STATUS_RANGE;
+  }
+  g_cfg.start_rec = record;
+  return 0;
+}
+
+int set_syslog(const char *name) {
+  const int facility = str2fac(name);
+  if (facility <= 0) {
+    fprintf(stderr, "Invalid/un-supported syslog facility: %s\n", name);
+    return EXIT_STATUS_INVAL;
+  }
+  config_syslog(g_access_log, g_app_name, LOG_CONS | LOG_ODELAY, facility);
+  return 0;
+}
+
+int set_tracking(const char *word) {
+  if (tsan_xtrack_opt(word, &g_cfg.tsa) == 0)
+    return 0;
+  fprintf(stderr, "Invalid tracking option: %s\n", word);
+  return EXIT_STATUS_INVAL;
+}
+
+int apply_option(int opt, const char *arg) {
+  tsan_config &tsa = g_cfg.tsa;
+  switch (opt) {
+  case 'S':
+    copy_text(tsa.source, arg);
+    return 0;
+  case 's':
+    return set_max_skip(arg);
+  case 'a':
+    tsa.access_log_alerts = strcasecmp(arg, "on") == 0;
+    return 0;
+  case 'H':
+    tsa.no_rlog = true;
+    return 0;
+  case 'r':
+    return set_start_rec(arg);
+  case 'm':
+    g_cfg.max_records = static_cast<size_t>(atol(arg));
+    return 0;
+  case 'Y':
+    return set_syslog(arg);
+  case 'k':
+    return set_tracking(arg);
+  case 'A':
+    return tsan_cli_opt(arg, &tsa) == 0 ? 0 : EXIT_STATUS_INVAL;
+  default: // acted in the first pass
+    return 0;
+  }
+}
+
+int second_pass(int argc, char **argv) {
+  reset_getopt_state();
+  for (int opt; (opt = getopt_long(argc, argv, short_options, long_options, nullptr)) != -1;)
+    if (const int rc = apply_option(opt, optarg))
+      return rc;
+  return 0;
+}
+
+} // namespace
+
+void init_config() {
+  g_cfg = {};
+  g_cfg.tsa.is_enabled = true;
+  g_cfg.tsa.max_skip_pkts = 5000;
+  g_cfg.tsa.cc_track = true;
+  g_cfg.tsa.cc_max_ms0_ms = 30;
+}
+
+int parse_options(int argc, char **argv) {
+  if (const int rc = first_pass(argc, argv))
+    return rc;
+  if (const int rc = second_pass(argc, argv))
+    return rc;
+
+  if (optind >= argc || argv[optind][0] == '\0') {
+    fprintf(stderr, "Expecting argument after the options.\n");
+    usage(argv[0], EXIT_STATUS_FAILED);
+  }
+  copy_text(g_cfg.fpath, argv[optind]);
+  if (g_cfg.tsa.source[0] == '\0')
+    copy_text(g_cfg.tsa.source, g_cfg.fpath);
+
+  g_mod_ll[g_llctx.mod] = std::min<int>(g_cfg.verbosity, DEBUG_level);
+  LOG(g_log, INFO_level, "fpath=[%s], verbosity=%d, start-rec=%ld, max-recs: %zu\n", g_cfg.fpath,
+      g_cfg.verbosity, g_cfg.start_rec, g_cfg.max_records);
+  if (g_cfg.verbosity > 0 || getenv("SHOW_VNT_CFG"))
+    tsan_dump_config(stderr, "analyzer", &g_cfg.tsa);
+  return 0;
+}
