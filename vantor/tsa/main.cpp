@@ -12,6 +12,7 @@
 #include "tsa/config.h"
 #include "tsa/exit_status.h"
 #include "tsa/options.h"
+#include "tsa/packet_file.h"
 #include "tsa/usage.h"
 #include "tsanalyze/tsan.h"
 
@@ -19,17 +20,14 @@ LOG_MODULE(0);
 
 namespace {
 
-enum : size_t { PKT_SIZE = 188, BLOCK_PKTS = 100 };
-
 volatile sig_atomic_t g_quit;
-uint8_t g_buf[BLOCK_PKTS * PKT_SIZE];
 
 // What a run holds.
 struct run_state {
-  tsan_t ctx;
-  FILE *file;
-  size_t bytes;   // delivered by all reads
-  size_t records; // packets analyzed
+  tsan_t ctx = nullptr;
+  packet_file file;
+  size_t bytes = 0;   // delivered by all blocks
+  size_t records = 0; // packets analyzed
 };
 
 // Asks the read loop to stop. Prints "\nSIG(%d)\n" by hand: formatted output is not to be had
@@ -69,12 +67,11 @@ const char *app_info() {
 }
 
 // Goes to the first record asked for. Returns 0 or -1.
-int seek_start(FILE *file) {
+int seek_start(packet_file &file) {
   if (g_cfg.start_rec <= 1)
     return 0;
-  const auto offset = static_cast<long>((static_cast<uint64_t>(g_cfg.start_rec) - 1) * PKT_SIZE);
-  if (fseek(file, offset, SEEK_SET) == -1) {
-    const int err = errno;
+  const auto offset = static_cast<off_t>((static_cast<uint64_t>(g_cfg.start_rec) - 1) * PKT_SIZE);
+  if (const int err = file.seek(offset)) {
     LOG(g_log, ERR_level, "fseek(, %ld, SEEK_SET) ERROR(%d): %s\n", offset, err, strerror(err));
     return -1;
   }
@@ -86,16 +83,17 @@ int seek_start(FILE *file) {
 // the count before the packet, so that one more is analyzed than counted; after a signal the rest
 // of the file is still read and counted in bytes.
 int read_loop(run_state &run) {
-  int rc = 0;
-  while (const size_t n = fread(g_buf, PKT_SIZE, BLOCK_PKTS, run.file)) {
-    run.bytes += n * PKT_SIZE;
-    for (size_t i = 0; i < n && !g_quit; ++i, ++run.records) {
-      rc = tsan_process(run.ctx, g_buf + i * PKT_SIZE);
+  for (;;) {
+    const std::span block = run.file.next_block();
+    if (block.empty())
+      return 0;
+    run.bytes += block.size();
+    for (size_t at = 0; at < block.size() && !g_quit; at += PKT_SIZE, ++run.records) {
+      const int rc = tsan_process(run.ctx, &block[at]);
       if (rc != 0 || (g_cfg.max_records != 0 && g_cfg.max_records <= run.records))
         return rc;
     }
   }
-  return rc;
 }
 
 int analyze_file(run_state &run) {
@@ -123,9 +121,8 @@ int run_program(int argc, char **argv, run_state &run) {
   if (!run.ctx)
     return rc;
   TASSERT(g_cfg.fpath[0]);
-  run.file = fopen(g_cfg.fpath, "r");
-  if (!run.file) {
-    fprintf(stderr, "Cannot open [%s]: %s\n", g_cfg.fpath, strerror(errno));
+  if (const int err = run.file.open(g_cfg.fpath)) {
+    fprintf(stderr, "Cannot open [%s]: %s\n", g_cfg.fpath, strerror(err));
     return rc;
   }
   rc = seek_start(run.file);
@@ -134,8 +131,7 @@ int run_program(int argc, char **argv, run_state &run) {
 
 // The one way out: every run that got as far as its options ends here.
 int finish(run_state &run, int rc) {
-  if (run.file)
-    fclose(run.file);
+  run.file.close();
   if (run.ctx)
     tsan_free(run.ctx);
   if (rc < 0)
@@ -155,6 +151,6 @@ int main(int argc, char **argv) {
     usage(argv[0], EXIT_STATUS_USAGE);
   open_logs();
   init_config();
-  run_state run = {};
+  run_state run;
   return finish(run, run_program(argc, argv, run));
 }

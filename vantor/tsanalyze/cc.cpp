@@ -94,7 +94,7 @@ void cc_track(tsan_ctx *tc, uint32_t pid, uint32_t cc) {
   const auto current = static_cast<int32_t>(cc);
 
   if (state->value != -1) {
-    if (current == (state->value + 1) % 16)
+    if (current == ((state->value + 1) & 15))
       tc->last_cca.nmlr = -1;
     else
       report_gap(tc, state, pid, current);

@@ -1,0 +1,46 @@
+#include "tsa/packet_file.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+int packet_file::open(const char *path) {
+  fd = ::open(path, O_RDONLY);
+  return fd == -1 ? errno : 0;
+}
+
+int packet_file::seek(off_t offset) {
+  return lseek(fd, offset, SEEK_SET) == -1 ? errno : 0;
+}
+
+// Reads until there is a block, or no more.
+void packet_file::refill() {
+  memmove(buf, buf + begin, end - begin);
+  end -= begin;
+  begin = 0;
+  while (end < BLOCK_SIZE && !at_end) {
+    const ssize_t n = read(fd, buf + end, CAPACITY - end);
+    if (n > 0)
+      end += static_cast<size_t>(n);
+    else
+      at_end = n == 0 || errno != EINTR;
+  }
+}
+
+std::span<const uint8_t> packet_file::next_block() {
+  if (end - begin < BLOCK_SIZE)
+    refill();
+  const size_t size = std::min<size_t>(end - begin, BLOCK_SIZE) / PKT_SIZE * PKT_SIZE;
+  const std::span block(buf + begin, size);
+  begin += size;
+  return block;
+}
+
+void packet_file::close() {
+  if (fd != -1)
+    ::close(fd);
+  fd = -1;
+}

@@ -1,0 +1,43 @@
+// The file being analyzed, as blocks of packets.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include <sys/types.h>
+
+enum : size_t { PKT_SIZE = 188, BLOCK_PKTS = 100 };
+
+// Reads through one buffer of its own in few, large steps, and hands the packets out in blocks of
+// at most 100, as soon as a block is there: a pipe is followed as closely as its writer fills it.
+class packet_file {
+public:
+  packet_file() = default;
+  ~packet_file() { close(); }
+  packet_file(const packet_file &) = delete;
+  packet_file &operator=(const packet_file &) = delete;
+
+  // Returns 0, or the errno of open(2).
+  int open(const char *path);
+
+  // Goes to a byte offset from the start, before anything is read. Returns 0, or the errno of
+  // lseek(2).
+  int seek(off_t offset);
+
+  // The next packets, in place; valid until the next call. Empty at the end of the file and after a
+  // read error; a partial packet at the end is not delivered.
+  std::span<const uint8_t> next_block();
+
+  void close();
+
+private:
+  enum : size_t { BLOCK_SIZE = BLOCK_PKTS * PKT_SIZE, CAPACITY = 16 * BLOCK_SIZE };
+
+  void refill();
+
+  int fd = -1;
+  bool at_end = false;
+  size_t begin = 0, end = 0; // bytes read and not handed out
+  uint8_t buf[CAPACITY];
+};
