@@ -129,6 +129,12 @@ int run_program(int argc, char **argv, run_state &run) {
   return rc != 0 ? rc : analyze_file(run);
 }
 
+// Tells once, and where that still works, that lines are missing on a stream.
+void report_lost_output(FILE *stream, const char *name) {
+  if (ferror(stream))
+    fprintf(stderr, "%s: standard %s could not be written in full\n", g_app_name, name);
+}
+
 // The one way out: every run that got as far as its options ends here.
 int finish(run_state &run, int rc) {
   run.file.close();
@@ -137,8 +143,8 @@ int finish(run_state &run, int rc) {
   if (rc < 0)
     rc = EXIT_STATUS_FAILED;
   LOG(g_log, NORM_level, "%s EXIT(%d). PID=%ld\n", app_info(), rc, static_cast<long>(getpid()));
-  if (ferror(stdout) || ferror(stderr))
-    fprintf(stderr, "%s: not all output could be written\n", g_app_name);
+  report_lost_output(stdout, "output");
+  report_lost_output(stderr, "error");
   log_close(g_log);
   return rc;
 }
@@ -151,6 +157,6 @@ int main(int argc, char **argv) {
     usage(argv[0], EXIT_STATUS_USAGE);
   open_logs();
   init_config();
-  run_state run;
+  static run_state run; // its read buffer is too large for a small stack
   return finish(run, run_program(argc, argv, run));
 }

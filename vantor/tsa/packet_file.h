@@ -13,11 +13,6 @@ enum : size_t { PKT_SIZE = 188, BLOCK_PKTS = 100 };
 // at most 100, as soon as a block is there: a pipe is followed as closely as its writer fills it.
 class packet_file {
 public:
-  packet_file() = default;
-  ~packet_file() { close(); }
-  packet_file(const packet_file &) = delete;
-  packet_file &operator=(const packet_file &) = delete;
-
   // Returns 0, or the errno of open(2).
   int open(const char *path);
 

@@ -9,24 +9,23 @@ LOG_MODULE(0);
 
 namespace {
 
-// Counts the packet for its stream, its program and its kind of stream.
-void inc_pkt_stat(tsan_ctx *tc, ssize_t idx, bool processed) {
-  sa_stats &stat = prog(tc)->stat;
-  stream_info &stm = prog(tc)->stm[idx];
-  ++(processed ? stm.pcount : stm.acount);
-  ++(processed ? stat.pcount : stat.acount);
-  switch (stm.stype) {
-  case 'V':
-    ++(processed ? stat.v_pcount : stat.v_acount);
-    break;
-  case 'A':
-    ++(processed ? stat.a_pcount : stat.a_acount);
-    break;
-  case 'S':
-    ++(processed ? stat.s_pcount : stat.s_acount);
-    break;
-  default:
-    break;
+// Counts the packet for its stream, its program and its kind of stream: as processed and as
+// analyzed, since no packet of a stream is one without the other.
+void inc_pkt_stat(program_info *pg, stream_info *stm) {
+  sa_stats &stat = pg->stat;
+  ++stm->pcount;
+  ++stm->acount;
+  ++stat.pcount;
+  ++stat.acount;
+  if (stm->stype == 'V') {
+    ++stat.v_pcount;
+    ++stat.v_acount;
+  } else if (stm->stype == 'A') {
+    ++stat.a_pcount;
+    ++stat.a_acount;
+  } else if (stm->stype == 'S') {
+    ++stat.s_pcount;
+    ++stat.s_acount;
   }
 }
 
@@ -56,29 +55,23 @@ void check_audio_stamps(tsan_ctx *tc, stream_info *stm) {
 
 } // namespace
 
-void mark_processed(tsan_ctx *tc, ssize_t idx) {
-  inc_pkt_stat(tc, idx, true);
-}
-
-int analyze_pkt(tsan_ctx *tc, const uint8_t *pkt, ssize_t idx) {
+int analyze_pkt(tsan_ctx *tc, ts_pkt pkt) {
   program_info *pg = prog(tc);
-  stream_info *stm = &pg->stm[idx];
+  stream_info *stm = tc->dat.stream;
 
   if (pg->stat.acount == 0) {
     tc->pre_skipped = tc->ptotal - 1;
     LOG(g_log, INFO_level, "%s: %lu skipped before analysis\n", __func__, tc->pre_skipped);
   }
   ++tc->atotal;
-  inc_pkt_stat(tc, idx, false);
+  inc_pkt_stat(pg, stm);
   if (!tc->cfg.is_enabled)
     return 0;
 
-  const uint32_t pid = ts_pid(pkt);
   if (tc->cfg.cc_track && ts_payload_flag(pkt))
-    cc_track(tc, pid, ts_cc(pkt));
-  if (pid == pg->pcr_pid)
-    return 0;
-  if ((stm->pts_updated || stm->dts_updated) && stm->stype == 'A' && !ts_get_payload(pkt).empty())
+    cc_track(tc, ts_pid(pkt), ts_cc(pkt));
+  if (stm->stype == 'A' && (stm->pts_updated || stm->dts_updated) && ts_pid(pkt) != pg->pcr_pid &&
+      !ts_get_payload(pkt).empty())
     check_audio_stamps(tc, stm);
   return 0;
 }

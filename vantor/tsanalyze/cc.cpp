@@ -5,6 +5,7 @@
 #include "tsanalyze/alert.h"
 #include "tsanalyze/clock.h"
 #include "tsanalyze/ptag.h"
+#include "tsanalyze/read_out.h"
 #include "tsanalyze/streams.h"
 #include "tsanalyze/tdiff.h"
 
@@ -40,6 +41,11 @@ void alert_cc_break(tsan_ctx *tc, uint32_t pid, int32_t last, int32_t current) {
               pg->last_seg_idx, last, current, pid, ptag(tc));
   alert_terse(tc, "ALERT CC-BRK %s %u %lu %d %d %s\n", tc->cfg.source, pid, pg->last_seg_idx, last,
               current, ptag(tc));
+  read_out(tc, TSAN_CC_BRK, pg, pid, [&](tsan_alert &a) {
+    a.dgram = pg->last_seg_idx;
+    a.last_cc = last;
+    a.current_cc = current;
+  });
   ++pg->alert.cc_break;
   save_cca(tc, pid, last, current);
 }
@@ -50,6 +56,12 @@ void alert_cc_rst(tsan_ctx *tc, uint32_t pid, int32_t last, int32_t current, int
               tc->cfg.source, pg->last_seg_idx, last, current, pid, elapsed_ms, ptag(tc));
   alert_terse(tc, "ALERT CC-RST %s %u %lu %d %d %ld %s\n", tc->cfg.source, pid, pg->last_seg_idx,
               last, current, elapsed_ms, ptag(tc));
+  read_out(tc, TSAN_CC_RST, pg, pid, [&](tsan_alert &a) {
+    a.dgram = pg->last_seg_idx;
+    a.last_cc = last;
+    a.current_cc = current;
+    a.elapsed_ms = elapsed_ms;
+  });
   ++pg->alert.cc_reset;
   save_cca(tc, pid, last, current);
 }
@@ -61,6 +73,10 @@ void alert_cc_mlr(tsan_ctx *tc) {
               tc->last_cca.nmlr, ptag(tc));
   alert_terse(tc, "ALERT CC-MLR %s %lu %d %s\n", tc->cfg.source, pg->last_seg_idx,
               tc->last_cca.nmlr, ptag(tc));
+  read_out(tc, TSAN_CC_MLR, pg, 0, [&](tsan_alert &a) {
+    a.dgram = pg->last_seg_idx;
+    a.count = static_cast<uint64_t>(tc->last_cca.nmlr);
+  });
   ++tc->gac.cc_mlr;
 }
 
@@ -90,7 +106,7 @@ void report_gap(tsan_ctx *tc, cc_info *state, uint32_t pid, int32_t cc) {
 void cc_track(tsan_ctx *tc, uint32_t pid, uint32_t cc) {
   const ssize_t i = tc->dat.istm;
   TASSERT(i >= 0 && i < (ssize_t)prog(tc)->nstreams);
-  cc_info *state = &prog(tc)->stm[i].cc;
+  cc_info *state = &tc->dat.stream->cc;
   const auto current = static_cast<int32_t>(cc);
 
   if (state->value != -1) {

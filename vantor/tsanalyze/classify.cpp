@@ -16,7 +16,7 @@ LOG_MODULE(0);
 
 namespace {
 
-void handle_pat(tsan_ctx *tc, const uint8_t *pkt) {
+void handle_pat(tsan_ctx *tc, ts_pkt pkt) {
   if (tc->cfg.trk.pat_pmt_pkt)
     LOG(g_log, INFO_level, "[%s] found PAT at %s\n", tc->cfg.source, ptag(tc));
   psi_section sec;
@@ -29,7 +29,7 @@ void handle_pat(tsan_ctx *tc, const uint8_t *pkt) {
   process_PAT(tc, &sec);
 }
 
-void handle_pmt(tsan_ctx *tc, const uint8_t *pkt, uint32_t pid) {
+void handle_pmt(tsan_ctx *tc, ts_pkt pkt, uint32_t pid) {
   if (tc->cfg.trk.pat_pmt_pkt)
     LOG(g_log, INFO_level, "[%s] found PMT (pid%u) at %s\n", tc->cfg.source, pid, ptag(tc));
   const bool known = prog(tc)->nstreams != 0;
@@ -46,13 +46,13 @@ void handle_pmt(tsan_ctx *tc, const uint8_t *pkt, uint32_t pid) {
     update_PMT(tc, &sec, pid);
 }
 
-bool pkt_has_pcr(tsan_ctx *tc, uint32_t pid, const uint8_t *pkt) {
-  return tc->dat.ipg >= 0 && pid != 0 && pid == prog(tc)->pcr_pid && ts_has_pcr(pkt);
+bool pkt_has_pcr(tsan_ctx *tc, ts_pkt pkt) {
+  return ts_has_pcr(pkt) && ts_pid(pkt) == prog(tc)->pcr_pid;
 }
 
-void handle_pcr(tsan_ctx *tc, const uint8_t *pkt) {
+void handle_pcr(tsan_ctx *tc, ts_pkt pkt) {
   program_info *pg = prog(tc);
-  const uint64_t pcr = ts_get_pcr_base(pkt);
+  const uint64_t pcr = ts_get_pcr_base(pkt.bytes);
   if (tc->cfg.pcr_freq_ms != 0 && pg->last_pcr != 0)
     pcr_freq_check(tc, pcr);
 
@@ -69,19 +69,23 @@ void handle_pcr(tsan_ctx *tc, const uint8_t *pkt) {
   }
 }
 
-void handle_stream(tsan_ctx *tc, const uint8_t *pkt) {
-  if (!ts_payload_flag(pkt) || !ts_unit_start(pkt))
-    return;
+void handle_pes(tsan_ctx *tc, ts_pkt pkt) {
   const pkt_bytes payload = ts_get_payload(pkt);
   if (is_pes_pkt(payload))
     update_pts_dts(tc, payload, tc->dat.stream);
 }
 
-} // namespace
+// Only a PID that the program's PMT lists as a stream can bring its PCR.
+void handle_stream(tsan_ctx *tc, ts_pkt pkt) {
+  if (pkt_has_pcr(tc, pkt))
+    handle_pcr(tc, pkt);
+  if (ts_unit_start(pkt) && ts_payload_flag(pkt))
+    handle_pes(tc, pkt);
+}
 
-ssize_t upsert_pkt_info(tsan_ctx *tc, const uint8_t *pkt) {
+// Packets of no stream, and the SDT.
+void handle_other(tsan_ctx *tc, ts_pkt pkt) {
   const uint32_t pid = ts_pid(pkt);
-
   if (pid == PID_SDT) {
     if (tc->cfg.trk.sdt_ignore)
       LOG(g_log, INFO_level, "[%s] disregarding SDT at %s\n", tc->cfg.source, ptag(tc));
@@ -89,19 +93,19 @@ ssize_t upsert_pkt_info(tsan_ctx *tc, const uint8_t *pkt) {
     handle_pat(tc, pkt);
   } else if (tc->dat.is_pmt) {
     handle_pmt(tc, pkt, pid);
-  } else {
-    bool unclaimed = true;
-    if (pkt_has_pcr(tc, pid, pkt)) {
-      handle_pcr(tc, pkt);
-      unclaimed = false;
-    }
-    if (tc->dat.istm >= 0) {
-      handle_stream(tc, pkt);
-      unclaimed = false;
-    }
-    if (unclaimed && tc->cfg.trk.misc_ignore)
-      LOG(g_log, INFO_level, "%s: [%s] ignoring pid=%u %s\n", __func__, tc->cfg.source, pid,
-          ptag(tc));
+  } else if (tc->cfg.trk.misc_ignore) {
+    LOG(g_log, INFO_level, "%s: [%s] ignoring pid=%u %s\n", "upsert_pkt_info", tc->cfg.source, pid,
+        ptag(tc));
   }
-  return tc->dat.istm;
+}
+
+} // namespace
+
+ssize_t upsert_pkt_info(tsan_ctx *tc, ts_pkt pkt) {
+  const ssize_t istm = tc->dat.istm;
+  if (istm >= 0 && ts_pid(pkt) != PID_SDT)
+    handle_stream(tc, pkt);
+  else
+    handle_other(tc, pkt);
+  return istm;
 }

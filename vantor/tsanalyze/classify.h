@@ -2,7 +2,8 @@
 #pragma once
 
 #include "tsanalyze/ctx.h"
+#include "tsanalyze/packet.h"
 
 // Classifies one packet that setup_dat() has located, and feeds it to whoever follows its kind.
 // Returns the index of its stream in the current program, or -1 when it belongs to no stream.
-ssize_t upsert_pkt_info(tsan_ctx *tc, const uint8_t *pkt);
+ssize_t upsert_pkt_info(tsan_ctx *tc, ts_pkt pkt);

@@ -3,6 +3,7 @@
 
 #include <type_traits>
 
+#include "tsanalyze/readout.h"
 #include "tsanalyze/records.h"
 #include "tsanalyze/tsan.h"
 
@@ -31,6 +32,7 @@ struct tsan_ctx {
   time_t idle_notice_tm; // wall-clock second of the last idle notice
   time_t lostsync_start; // wall-clock second at which the lost-sync window began
   size_t lostsync_count; // cases in that window
+  tsan_readout readout;
 };
 
 // It is allocated zeroed and overwritten with zeros at the end.

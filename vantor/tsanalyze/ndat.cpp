@@ -3,6 +3,7 @@
 #include "log/statement.h"
 #include "tsanalyze/alert.h"
 #include "tsanalyze/ptag.h"
+#include "tsanalyze/read_out.h"
 
 LOG_MODULE(0);
 
@@ -18,6 +19,7 @@ void alert_ndat_pcount(tsan_ctx *tc, size_t ipg, size_t istm, uint32_t pid) {
   alert_human(tc, "ALERT PID-NDAT [%s] %zu:%zu pid%u received no data %s\n", tc->cfg.source, ipg,
               istm, pid, ptag(tc));
   alert_terse(tc, "ALERT PID-NDAT %s %u %zu %zu %s\n", tc->cfg.source, pid, ipg, istm, ptag(tc));
+  read_out(tc, TSAN_PID_NDAT, &tc->pg[ipg], pid, [&](tsan_alert &a) { a.track = istm; });
   program_info *pg = current_pg(tc);
   ++(pg ? pg : &tc->pg[ipg])->alert.pid_ndat;
 }

@@ -9,42 +9,58 @@
 
 using pkt_bytes = std::span<const uint8_t>;
 
-inline uint32_t ts_pid(const uint8_t *pkt) {
-  return (pkt[1] & 0x1Fu) << 8 | pkt[2];
+// One packet, with the four bytes that each begins with (2.4.3.2) read as one number. It is handed
+// on by value, so that those are read once.
+struct ts_pkt {
+  uint32_t header;
+  const uint8_t *bytes; // all 188
+};
+
+inline ts_pkt ts_read(const uint8_t *bytes) {
+  return {uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3],
+          bytes};
 }
 
-inline bool ts_unit_start(const uint8_t *pkt) {
-  return pkt[1] & 0x40;
+inline bool ts_in_sync(ts_pkt pkt) {
+  return pkt.header >> 24 == TS_SYNC_BYTE;
 }
 
-inline bool ts_payload_flag(const uint8_t *pkt) {
-  return pkt[3] & 0x10;
+inline uint32_t ts_pid(ts_pkt pkt) {
+  return pkt.header >> 8 & 0x1FFF;
 }
 
-inline bool ts_adaptation_flag(const uint8_t *pkt) {
-  return pkt[3] & 0x20;
+inline bool ts_unit_start(ts_pkt pkt) {
+  return pkt.header & 0x400000;
 }
 
-inline uint32_t ts_cc(const uint8_t *pkt) {
-  return pkt[3] & 0x0F;
+inline bool ts_adaptation_flag(ts_pkt pkt) {
+  return pkt.header & 0x20;
+}
+
+inline bool ts_payload_flag(ts_pkt pkt) {
+  return pkt.header & 0x10;
+}
+
+inline uint32_t ts_cc(ts_pkt pkt) {
+  return pkt.header & 0x0F;
 }
 
 // The PCR itself lies in bytes 6 to 11 whatever the length says, so it is always in the packet.
-inline bool ts_has_pcr(const uint8_t *pkt) {
-  return ts_adaptation_flag(pkt) && pkt[4] != 0 && (pkt[5] & 0x10);
+inline bool ts_has_pcr(ts_pkt pkt) {
+  return ts_adaptation_flag(pkt) && pkt.bytes[4] != 0 && (pkt.bytes[5] & 0x10);
 }
 
 // Offset of the payload; 188 or more when the adaptation field leaves no room for one.
-inline size_t ts_payload_offset(const uint8_t *pkt) {
-  return ts_adaptation_flag(pkt) ? 5u + pkt[4] : 4u;
+inline size_t ts_payload_offset(ts_pkt pkt) {
+  return ts_adaptation_flag(pkt) ? 5u + pkt.bytes[4] : 4u;
 }
 
 // The payload, empty when there is none.
-inline pkt_bytes ts_get_payload(const uint8_t *pkt) {
+inline pkt_bytes ts_get_payload(ts_pkt pkt) {
   const size_t offset = ts_payload_offset(pkt);
   if (!ts_payload_flag(pkt) || offset >= TS_PKT_SIZE)
     return {};
-  return {pkt + offset, TS_PKT_SIZE - offset};
+  return {pkt.bytes + offset, TS_PKT_SIZE - offset};
 }
 
 // A PES packet starts here, on a stream_id from program_stream_map (0xBC) up (2.4.3.7).

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdlib>
+#include <span>
 
 #include <bitstream/mpeg/psi/psi.h>
 
@@ -17,6 +18,7 @@
 #include "tsanalyze/ndat.h"
 #include "tsanalyze/pids.h"
 #include "tsanalyze/ptag.h"
+#include "tsanalyze/read_out.h"
 
 LOG_MODULE(0);
 
@@ -77,7 +79,20 @@ void alert_pat_diff(tsan_ctx *tc, size_t added, size_t deleted) {
   }
   alert_terse(tc, "ALERT PAT-DIFF %s 0 %zu %zu %zu %s\n", tc->cfg.source, tc->nprogs, added,
               deleted, ptag(tc));
+  read_out(tc, TSAN_PAT_DIFF, nullptr, 0, [&](tsan_alert &a) {
+    a.added = added;
+    a.deleted = deleted;
+    a.programs = tc->nprogs;
+  });
   ++tc->gac.pat_diff;
+}
+
+// Index of the first `pid`, or -1.
+ssize_t find_pid(std::span<const uint32_t> pids, uint32_t pid) {
+  for (size_t i = 0; i < pids.size(); ++i)
+    if (pids[i] == pid)
+      return static_cast<ssize_t>(i);
+  return -1;
 }
 
 // The PMT PIDs while a PAT is merged. A PAT can list far more than the context holds, so the lists
@@ -120,7 +135,7 @@ void merge_PATs(tsan_ctx *tc, unsigned last) {
   if (!lists)
     return;
   std::copy_n(tc->pmt_pid, tc->nprogs, lists->old);
-  std::copy_n(tc->pmt_pid, tc->nprogs, lists->pid);
+  std::copy_n(tc->pmt_pid, MAX_PMTS, lists->pid); // with what stands behind the list's end
   lists->count = lists->old_count = tc->nprogs;
 
   for (program_walk walk{tc->new_pat, last}; walk.next();)
@@ -129,7 +144,7 @@ void merge_PATs(tsan_ctx *tc, unsigned last) {
 
   TASSERT_AS(lists->count < MAX_PMTS, "tc->nprogs < MAX_PMTS");
   tc->nprogs = lists->count;
-  std::copy_n(lists->pid, tc->nprogs, tc->pmt_pid);
+  std::copy_n(lists->pid, MAX_PMTS, tc->pmt_pid);
   tc->pmt_pid[tc->nprogs] = 0;
   pids_rebuild(tc);
 
@@ -146,13 +161,6 @@ void free_new_pat(tsan_ctx *tc) {
 }
 
 } // namespace
-
-ssize_t find_pid(std::span<const uint32_t> pids, uint32_t pid) {
-  for (size_t i = 0; i < pids.size(); ++i)
-    if (pids[i] == pid)
-      return static_cast<ssize_t>(i);
-  return -1;
-}
 
 void process_PAT(tsan_ctx *tc, psi_section *sec) {
   if (!psi_block_add(&tc->pat, sec)) {

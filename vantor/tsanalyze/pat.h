@@ -6,8 +6,6 @@
 // the program loop counts, the network PID of program_number 0 included.
 #pragma once
 
-#include <span>
-
 #include "tsanalyze/ctx.h"
 #include "tsanalyze/section.h"
 
@@ -16,6 +14,3 @@ void process_PAT(tsan_ctx *tc, psi_section *sec);
 
 // Gathers a later PAT; compares and merges it once it is complete.
 void another_PAT(tsan_ctx *tc, psi_section *sec);
-
-// Index of the first `pid`, or -1.
-ssize_t find_pid(std::span<const uint32_t> pids, uint32_t pid);

@@ -1,7 +1,7 @@
 #include "tsanalyze/pmt.h"
 
 #include <algorithm>
-#include <cctype>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
@@ -18,6 +18,7 @@
 #include "tsanalyze/ndat.h"
 #include "tsanalyze/pids.h"
 #include "tsanalyze/ptag.h"
+#include "tsanalyze/read_out.h"
 #include "tsanalyze/streams.h"
 
 LOG_MODULE(0);
@@ -73,6 +74,11 @@ void alert_pmt_diff(tsan_ctx *tc, uint32_t pid, const ctxt_spec *new_txt, size_t
   }
   alert_terse(tc, "ALERT PMT-DIFF %s %u %zu %zu %u %s\n", tc->cfg.source, pid, pg->nstreams,
               entries, pcr_pid, ptag(tc));
+  read_out(tc, TSAN_PMT_DIFF, pg, pid, [&](tsan_alert &a) {
+    a.old_tracks = pg->nstreams;
+    a.new_tracks = entries;
+    a.pcr_pid = pcr_pid;
+  });
   ++pg->alert.pmt_diff;
 }
 

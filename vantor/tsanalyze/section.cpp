@@ -12,7 +12,6 @@
 #include <bitstream/mpeg/psi/pmt_print.h>
 
 #include "syswrap/syswrap.h"
-#include "tsanalyze/packet.h"
 
 namespace {
 
@@ -30,6 +29,10 @@ uint8_t step_51(const uint8_t *entry) {
                               (info < std::size(link_bytes) ? link_bytes[info] : 0));
 }
 
+uint8_t step_5b(const uint8_t *entry) {
+  return static_cast<uint8_t>(DESC5B_DATA_SIZE + desc5bn_get_networkname_length(entry));
+}
+
 // Descriptors on which the library's validation stands still once a step wraps to 0.
 constexpr inner_loop inner_loops[] = {
     {0x45, DESC45_HEADER_SIZE,
@@ -37,14 +40,8 @@ constexpr inner_loop inner_loops[] = {
        return static_cast<uint8_t>(DESC45_DATA_SIZE + desc45n_get_data_length(entry));
      }},
     {0x51, DESC51_HEADER_SIZE, step_51},
-    {0x5b, DESC5B_HEADER_SIZE,
-     [](const uint8_t *entry) {
-       return static_cast<uint8_t>(DESC5B_DATA_SIZE + desc5bn_get_networkname_length(entry));
-     }},
-    {0x5c, DESC5B_HEADER_SIZE,
-     [](const uint8_t *entry) {
-       return static_cast<uint8_t>(DESC5B_DATA_SIZE + desc5bn_get_networkname_length(entry));
-     }},
+    {0x5b, DESC5B_HEADER_SIZE, step_5b},
+    {0x5c, DESC5B_HEADER_SIZE, step_5b},
     {0x5d, DESC5D_HEADER_SIZE,
      [](const uint8_t *entry) {
        return static_cast<uint8_t>(DESC5D_DATA_SIZE + desc5dn_get_provider_name_length(entry) +
@@ -83,20 +80,40 @@ bool validation_hangs(const uint8_t *desc) {
 }
 
 // Cuts each descriptor of a loop of `size` bytes to the loop. A single byte at its end, no
-// descriptor, and a descriptor that cannot be validated get the reserved tag 0.
-void guard_descriptors(uint8_t *descs, size_t size) {
+// descriptor, gets the reserved tag 0.
+void cut_descriptors(uint8_t *descs, size_t size) {
   size_t at = 0;
   while (at + DESC_HEADER_SIZE <= size) {
     uint8_t *desc = descs + at;
     const size_t room = size - at - DESC_HEADER_SIZE;
     if (desc_get_length(desc) > room)
       desc_set_length(desc, static_cast<uint8_t>(room));
-    if (validation_hangs(desc))
-      desc_set_tag(desc, 0);
     at += DESC_HEADER_SIZE + desc_get_length(desc);
   }
   if (at < size)
     descs[at] = 0;
+}
+
+// Gives the reserved tag 0 to each descriptor of a loop whose validation would never end, so that
+// it is shown as an unknown one. Returns true if there was any.
+bool disarm_descriptors(uint8_t *descs, size_t size) {
+  bool any = false;
+  for (size_t at = 0; at + DESC_HEADER_SIZE <= size;
+       at += DESC_HEADER_SIZE + desc_get_length(descs + at)) {
+    if (validation_hangs(descs + at)) {
+      desc_set_tag(descs + at, 0);
+      any = true;
+    }
+  }
+  return any;
+}
+
+bool disarm_all_descriptors(uint8_t *pmt) {
+  bool any = disarm_descriptors(pmt + PMT_HEADER_SIZE, pmt_get_desclength(pmt));
+  uint8_t *es;
+  for (uint8_t j = 0; (es = pmt_get_es(pmt, j)) != nullptr; ++j)
+    any |= disarm_descriptors(es + PMT_ES_SIZE, pmtn_get_desclength(es));
+  return any;
 }
 
 uint16_t cut(uint16_t length, size_t room) {
@@ -105,13 +122,13 @@ uint16_t cut(uint16_t length, size_t room) {
 
 } // namespace
 
-void take_section(const uint8_t *pkt, psi_section *sec) {
+void take_section(ts_pkt pkt, psi_section *sec) {
   *sec = {};
   const size_t offset = ts_payload_offset(pkt) + (ts_unit_start(pkt) ? 1 : 0);
   if (!ts_payload_flag(pkt) || offset >= TS_PKT_SIZE)
     return;
   sec->avail = TS_PKT_SIZE - offset;
-  memcpy(sec->data, pkt + offset, sec->avail);
+  memcpy(sec->data, pkt.bytes + offset, sec->avail);
 }
 
 bool guard_pat(psi_section *sec) {
@@ -137,17 +154,22 @@ bool guard_pmt(psi_section *sec) {
   const size_t end = psi_get_length(pmt) + size_t{PSI_HEADER_SIZE} - PSI_CRC_SIZE;
   pmt_set_desclength(
       pmt, cut(pmt_get_desclength(pmt), end < PMT_HEADER_SIZE ? 0 : end - PMT_HEADER_SIZE));
-  guard_descriptors(pmt + PMT_HEADER_SIZE, pmt_get_desclength(pmt));
+  cut_descriptors(pmt + PMT_HEADER_SIZE, pmt_get_desclength(pmt));
 
   size_t at = PMT_HEADER_SIZE + size_t{pmt_get_desclength(pmt)};
   while (at + PMT_ES_SIZE <= end) {
     uint8_t *es = pmt + at;
     pmtn_set_desclength(es, cut(pmtn_get_desclength(es), end - at - PMT_ES_SIZE));
-    guard_descriptors(es + PMT_ES_SIZE, pmtn_get_desclength(es));
+    cut_descriptors(es + PMT_ES_SIZE, pmtn_get_desclength(es));
     at += PMT_ES_SIZE + size_t{pmtn_get_desclength(es)};
   }
   if (at < end) // a partial last entry
     psi_set_length(pmt, static_cast<uint16_t>(at + PSI_CRC_SIZE - PSI_HEADER_SIZE));
+
+  // A walk can read on behind its descriptor, into lengths and tags that were changed after it was
+  // looked at: only when nothing changes any more does every walk end.
+  while (disarm_all_descriptors(pmt)) {
+  }
   return true;
 }
 

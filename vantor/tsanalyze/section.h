@@ -9,6 +9,7 @@
 
 #include <cstdint>
 
+#include "tsanalyze/packet.h"
 #include "tsanalyze/records.h"
 
 struct psi_section {
@@ -18,7 +19,7 @@ struct psi_section {
 
 // Copies the section that starts in a packet: at its payload, less one byte (the pointer field,
 // whose value is not used) when the packet has payload_unit_start_indicator set.
-void take_section(const uint8_t *pkt, psi_section *sec);
+void take_section(ts_pkt pkt, psi_section *sec);
 
 // Make a PAT or PMT section safe to walk; false when too little of it is there, or when it could
 // never belong to a complete table.

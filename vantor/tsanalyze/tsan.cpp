@@ -15,6 +15,7 @@
 #include "tsanalyze/packet.h"
 #include "tsanalyze/pids.h"
 #include "tsanalyze/ptag.h"
+#include "tsanalyze/read_out.h"
 #include "tsanalyze/section.h"
 
 LOG_MODULE(0);
@@ -39,6 +40,7 @@ int check_idle(tsan_ctx *tc) {
         tc->last_pkt_idx, tc->cfg.max_skip_pkts);
     tc->idle_notice_tm = now;
   }
+  read_out(tc, TSAN_IDLE, nullptr, 0, [](tsan_alert &) {});
   return IDLE;
 }
 
@@ -80,27 +82,26 @@ void tsan_free(tsan_t ctx) {
   if (ctx->new_pat)
     psi_block_free(ctx->new_pat);
   free(ctx->new_pat);
-  *ctx = {};
+  explicit_bzero(ctx, sizeof *ctx);
   free(ctx);
 }
 
-int tsan_process(tsan_t ctx, const uint8_t *pkt) {
+int tsan_process(tsan_t ctx, const uint8_t *bytes) {
+  const ts_pkt pkt = ts_read(bytes);
   setup_dat(ctx, ts_pid(pkt));
-  if (ctx->start_tm.tv_sec == 0 && ctx->start_tm.tv_nsec == 0)
+  if (ctx->ptotal == 0)
     set_now(&ctx->start_tm);
   ++ctx->last_pkt_idx;
   ++ctx->ptotal;
   ctx->ptag_stale = true;
 
-  if (pkt[0] != TS_SYNC_BYTE) {
+  if (!ts_in_sync(pkt)) {
     LOG(g_log, ERR_level, "%s: [%s] out of sync at %s\n", __func__, ctx->cfg.source, ptag(ctx));
+    read_out(ctx, TSAN_OUT_OF_SYNC, nullptr, 0, [](tsan_alert &) {});
     return OUT_OF_SYNC;
   }
-
-  const ssize_t idx = upsert_pkt_info(ctx, pkt);
-  if (idx >= 0) {
-    mark_processed(ctx, idx);
-    if (analyze_pkt(ctx, pkt, idx) != 0)
+  if (upsert_pkt_info(ctx, pkt) >= 0) {
+    if (analyze_pkt(ctx, pkt) != 0)
       return -1;
     if (ctx->ndat_pcount != 0)
       check_pcount(ctx, false);
@@ -135,6 +136,8 @@ int tsan_alert_lostsync(tsan_t ctx) {
   // The terse form does not wait for access_log_alerts.
   LOG(g_access_log, MIN_level, "ALERT LOST-SYNC %s %zu [%s]\n", ctx->cfg.source,
       ctx->lostsync_count, ptag(ctx));
+
+  read_out(ctx, TSAN_LOST_SYNC, nullptr, 0, [&](tsan_alert &a) { a.count = ctx->lostsync_count; });
 
   if (ctx->lostsync_count <= LOSTSYNC_MAX)
     return 0;

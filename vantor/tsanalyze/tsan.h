@@ -81,7 +81,7 @@ void tsan_free(tsan_t ctx);
  * the packet does not begin with the sync byte, -16 when nothing could be analyzed within
  * max_skip_pkts packets. After a result other than 0 the context still serves for the closing
  * report. */
-int tsan_process(tsan_t ctx, const uint8_t *pkt);
+int tsan_process(tsan_t ctx, const uint8_t *bytes);
 
 /* Index of the packet handed over last, 1 being the first; 0 before it. */
 uint64_t tsan_get_pidx(tsan_t ctx);
@@ -96,9 +96,10 @@ int tsan_alert_lostsync(tsan_t ctx);
 /* Looks for tracks that have received no packet so far and reports each; call it at the end. */
 void tsan_check_ndat(tsan_t ctx);
 
-/* For callers that receive datagrams of several packets: closes the current datagram. Call it before
- * the first packet of each; losses that hit several streams of one datagram by the same amount are
- * then reported as one (CC-MLR). Does nothing while the last packet belongs to no program. */
+/* For callers that receive datagrams of several packets: closes the current datagram. Call it
+ * before the first packet of each; losses that hit several streams of one datagram by the same
+ * amount are then reported as one (CC-MLR). Does nothing while the last packet belongs to no
+ * program. */
 void tsan_next_seg(tsan_t ctx);
 
 /* Writes the statistics report. */

@@ -7,6 +7,7 @@
 #include "mpegts/mpegts.h"
 #include "tsanalyze/alert.h"
 #include "tsanalyze/ptag.h"
+#include "tsanalyze/read_out.h"
 
 LOG_MODULE(0);
 
@@ -59,12 +60,20 @@ void dump_pcr_diff(tsan_ctx *tc, bool is_pts, uint64_t delta, const stream_info 
       ticks_text(pg->last_pcr).text, stamp, ticks_text(stamp).text, delta);
   alert_terse(tc, "ALERT PCR-DELTA %s %s %u %lu %u %lu %lu [%s]\n", tc->cfg.source, kind,
               pg->pcr_pid, pg->last_pcr, stream->pid, stamp, delta, ptag(tc));
+  read_out(tc, TSAN_PCR_DELTA, pg, stream->pid, [&](tsan_alert &a) {
+    a.is_pts = is_pts;
+    a.stamp = stamp;
+    a.pcr = pg->last_pcr;
+    a.pcr_pid = pg->pcr_pid;
+    a.delta_ms = delta;
+  });
   ++pg->alert.pcr_delta;
 }
 
-void dump_time_info(tsan_ctx *tc, const char *label, bool is_pts, uint64_t delta,
+void dump_time_info(tsan_ctx *tc, tsan_alert_kind alert_kind, bool is_pts, uint64_t delta,
                     const stream_info *ref, const stream_info *stream) {
   const program_info *pg = prog(tc);
+  const char *label = tsan_alert_name(alert_kind);
   const char *kind = kind_of(is_pts);
   const uint64_t ref_stamp = stamp_of(ref, is_pts);
   const uint64_t stamp = stamp_of(stream, is_pts);
@@ -76,6 +85,14 @@ void dump_time_info(tsan_ctx *tc, const char *label, bool is_pts, uint64_t delta
               pg->last_pcr, ticks_text(pg->last_pcr).text, delta);
   alert_terse(tc, "ALERT %s %s %s %u %lu %u %lu %lu [%s]\n", label, tc->cfg.source, kind, ref->pid,
               ref_stamp, stream->pid, stamp, delta, ptag(tc));
+  read_out(tc, alert_kind, pg, stream->pid, [&](tsan_alert &a) {
+    a.is_pts = is_pts;
+    a.stamp = stamp;
+    a.ref_pid = ref->pid;
+    a.ref_stamp = ref_stamp;
+    a.pcr = pg->last_pcr;
+    a.delta_ms = delta;
+  });
 }
 
 } // namespace
@@ -94,7 +111,7 @@ void update_pts_dts(tsan_ctx *tc, pkt_bytes pes, stream_info *stream) {
 void ck_pcr(tsan_ctx *tc, bool is_pts, const stream_info *stream) {
   program_info *pg = prog(tc);
   const uint64_t delta = distance_ms(pg->last_pcr, stamp_of(stream, is_pts));
-  inc_aval(&pg->av_pcr_delta, delta);
+  take_sample(tc, &pg->av_pcr_delta, {TSAN_STAMP_TO_PCR, stream->pid, is_pts}, delta);
   if (delta > tc->cfg.max_pcr_delta)
     dump_pcr_diff(tc, is_pts, delta, stream);
 }
@@ -104,12 +121,12 @@ void ck_tstamp(tsan_ctx *tc, bool is_pts, const stream_info *ref, const stream_i
   const uint64_t ref_stamp = stamp_of(ref, is_pts);
   const uint64_t stamp = stamp_of(stream, is_pts);
   const uint64_t delta = distance_ms(ref_stamp, stamp);
-  inc_aval(&pg->av_pdts_delta, delta);
+  take_sample(tc, &pg->av_pdts_delta, {TSAN_AUDIO_TO_REF, stream->pid, is_pts}, delta);
   if (delta == 0 && ref_stamp != stamp) {
-    dump_time_info(tc, "AV-DELTA0", is_pts, delta, ref, stream);
+    dump_time_info(tc, TSAN_AV_DELTA0, is_pts, delta, ref, stream);
     ++pg->alert.av_delta0;
   } else if (delta > tc->cfg.max_pdts_delta) {
-    dump_time_info(tc, "AV-DELTA+", is_pts, delta, ref, stream);
+    dump_time_info(tc, TSAN_AV_DELTA_PLUS, is_pts, delta, ref, stream);
     ++pg->alert.av_deltaplus;
   }
 }
@@ -117,7 +134,7 @@ void ck_tstamp(tsan_ctx *tc, bool is_pts, const stream_info *ref, const stream_i
 void pcr_freq_check(tsan_ctx *tc, uint64_t new_pcr) {
   program_info *pg = prog(tc);
   const uint64_t delta = pcr_delta_ms(pg->last_pcr, new_pcr);
-  inc_aval(&pg->av_pcr_freq, delta);
+  take_sample(tc, &pg->av_pcr_freq, {TSAN_PCR_INTERVAL, pg->pcr_pid, false}, delta);
   if (delta <= tc->cfg.pcr_freq_ms)
     return;
   // The two times of this alert show the ticks as if they were milliseconds.
@@ -125,5 +142,11 @@ void pcr_freq_check(tsan_ctx *tc, uint64_t new_pcr) {
               pg->last_pcr, time_text(pg->last_pcr).text, new_pcr, time_text(new_pcr).text, delta);
   alert_terse(tc, "ALERT PCR-FREQ %s %u %lu %lu %lu [%s]\n", tc->cfg.source, pg->pcr_pid,
               pg->last_pcr, new_pcr, delta, ptag(tc));
+  read_out(tc, TSAN_PCR_FREQ, pg, pg->pcr_pid, [&](tsan_alert &a) {
+    a.pcr_pid = pg->pcr_pid;
+    a.old_pcr = pg->last_pcr;
+    a.pcr = new_pcr;
+    a.delta_ms = delta;
+  });
   ++pg->alert.pcr_freq;
 }

@@ -1,0 +1,42 @@
+// Where findings and samples leave for the context's read-out.
+#pragma once
+
+#include "misc/aval.h"
+#include "tsanalyze/ctx.h"
+#include "tsanalyze/ptag.h"
+#include "tsanalyze/readout.h"
+
+// A record of `kind` about the packet at hand; `pg` is the program it belongs to, or null.
+tsan_alert new_alert(tsan_ctx *tc, tsan_alert_kind kind, const program_info *pg, uint32_t pid);
+
+// Delivers a finding, when someone listens; `fill` sets the fields of its kind.
+template <typename Fill>
+void read_out(tsan_ctx *tc, tsan_alert_kind kind, const program_info *pg, uint32_t pid, Fill fill) {
+  if (!tc->readout.on_alert) [[likely]]
+    return;
+  tsan_alert alert = new_alert(tc, kind, pg, pid);
+  fill(alert);
+  tc->readout.on_alert(tc->readout.opaque, &alert);
+}
+
+// What was measured, and on which stream.
+struct measured {
+  tsan_sample_kind kind;
+  uint32_t pid;
+  bool is_pts;
+};
+
+// Delivers a sample of the current program, when someone listens.
+void read_out_sample(tsan_ctx *tc, const measured &what, uint64_t ms, bool is_checked);
+
+// Takes a sample into a running average of the current program, and delivers it.
+inline void take_sample(tsan_ctx *tc, aggr_val *av, const measured &what, uint64_t ms) {
+  inc_aval(av, ms);
+  if (tc->readout.on_sample) [[unlikely]]
+    read_out_sample(tc, what, ms, true);
+}
+
+// True when what has no threshold is to be measured all the same.
+inline bool measures_all(const tsan_ctx *tc) {
+  return tc->readout.measure_all && tc->readout.on_sample;
+}

@@ -1,0 +1,146 @@
+/* Read-out of an analyzer for programs: what the logs and the report tell, as records.
+ *
+ *   static void on_alert(void *opaque, const tsan_alert *alert) { ... }
+ *
+ *   tsan_readout readout = {.size = sizeof readout, .on_alert = on_alert};
+ *   tsan_set_readout(ctx, &readout);
+ *
+ * Records begin with their size in bytes as the library was built; later versions add fields at the
+ * end. A record and the texts in it are valid during the call only. Callbacks run on the thread
+ * that calls tsan_process(), tsan_next_seg(), tsan_check_ndat() or tsan_alert_lostsync(), after the
+ * alert's log lines; they must not call an operation that changes the context. Without a read-out
+ * nothing is made and nothing costs. */
+#ifndef VANTOR_TSANALYZE_READOUT_H
+#define VANTOR_TSANALYZE_READOUT_H
+
+#include "tsan.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef enum tsan_alert_kind {
+  TSAN_CC_BRK,        /* continuity counter broken: dgram, last_cc, current_cc */
+  TSAN_CC_RST,        /* continuity counter restarted: the same and elapsed_ms */
+  TSAN_CC_MLR,        /* losses that hit several streams at once: dgram, count */
+  TSAN_PCR_DELTA,     /* time stamp far from PCR: is_pts, stamp, pcr, pcr_pid, delta_ms */
+  TSAN_AV_DELTA0,     /* audio less than 1 ms from video, but not on it: is_pts, ref_pid, ref_stamp,
+                         stamp, pcr, delta_ms */
+  TSAN_AV_DELTA_PLUS, /* audio far from video: the same */
+  TSAN_PCR_FREQ,      /* PCRs too far apart: pcr_pid, old_pcr, pcr, delta_ms */
+  TSAN_PAT_DIFF,      /* list of programs changed: added, deleted, programs */
+  TSAN_PMT_DIFF,      /* PMT changed: old_tracks, new_tracks, pcr_pid */
+  TSAN_PID_NDAT,      /* announced stream without a packet: track */
+  TSAN_LOST_SYNC,     /* loss of sync that the caller reported: count */
+  TSAN_OUT_OF_SYNC,   /* packet without sync byte: the end */
+  TSAN_IDLE,          /* nothing to analyze for too long: the end */
+  TSAN_ALERT_KINDS
+} tsan_alert_kind;
+
+/* One finding. Fields that its kind does not name are 0. Clock values are 90 kHz ticks. */
+typedef struct tsan_alert {
+  size_t size;
+  tsan_alert_kind kind;
+  int program;      /* index of the program it belongs to, -1 = the source as a whole */
+  uint32_t pid;     /* stream (CC, AV, PCR-DELTA, NDAT), PMT (PMT-DIFF) or PCR (PCR-FREQ); else 0 */
+  uint64_t pkt_idx; /* packet at hand, 1-based */
+  const char *ptag; /* its tag */
+  uint64_t last_pcr; /* last PCR of the packet's program; 0 = none yet */
+  uint64_t dgram;
+  int32_t last_cc, current_cc;
+  int64_t elapsed_ms;
+  uint64_t count;
+  bool is_pts; /* else DTS */
+  uint64_t stamp;
+  uint32_t ref_pid;
+  uint64_t ref_stamp;
+  uint32_t pcr_pid;
+  uint64_t old_pcr, pcr;
+  uint64_t delta_ms;
+  size_t added, deleted, programs;
+  size_t old_tracks, new_tracks;
+  size_t track;
+} tsan_alert;
+
+typedef enum tsan_sample_kind {
+  TSAN_PCR_INTERVAL, /* from one PCR to the next */
+  TSAN_STAMP_TO_PCR, /* audio PTS or DTS to the last PCR */
+  TSAN_AUDIO_TO_REF, /* audio PTS or DTS to that of the reference video */
+  TSAN_SAMPLE_KINDS
+} tsan_sample_kind;
+
+/* One measured distance, as it goes into the running averages. */
+typedef struct tsan_sample {
+  size_t size;
+  tsan_sample_kind kind;
+  int program;
+  uint32_t pid; /* stream that was measured; of a PCR interval: the PCR's PID */
+  bool is_pts;
+  bool is_checked; /* the check is on; false: measured for the read-out only (measure_all) */
+  uint64_t pkt_idx;
+  uint64_t last_pcr; /* of the program, 90 kHz ticks */
+  uint64_t ms;
+} tsan_sample;
+
+typedef struct tsan_readout {
+  size_t size;                                             /* of this record, set by the caller */
+  void *opaque;                                            /* handed to the callbacks */
+  void (*on_alert)(void *opaque, const tsan_alert *alert); /* or null */
+  void (*on_sample)(void *opaque, const tsan_sample *sample); /* or null */
+  bool measure_all; /* also measure what has no threshold; nothing that is printed changes */
+} tsan_readout;
+
+/* Sets the read-out of a context, or takes it away (null). The record is copied. Returns 0, or 22
+ * (EINVAL) for a record whose size is not known. */
+int tsan_set_readout(tsan_t ctx, const tsan_readout *readout);
+
+/* Name of a kind of finding as the logs write it: "CC-BRK" ...; "OUT-OF-SYNC" and "IDLE" for the
+ * two ends; null for a number that is none. */
+const char *tsan_alert_name(tsan_alert_kind kind);
+
+/* Running average of a measured distance, ms: since the last tsan_reset_local_stats() and since the
+ * start. */
+typedef struct tsan_average {
+  uint64_t count, total, min, max;
+  uint64_t g_count, g_total, g_min, g_max;
+} tsan_average;
+
+/* The report, as plain records. */
+typedef struct tsan_stats {
+  size_t size;
+  uint64_t processed, analyzed; /* packets */
+  uint64_t start_skipped;       /* packets before analysis began */
+  size_t programs;
+  uint64_t lost_sync, pat_diff, cc_mlr; /* alerts */
+} tsan_stats;
+
+typedef struct tsan_program_stats {
+  size_t size;
+  size_t streams;
+  uint32_t pmt_pid, pcr_pid;
+  uint64_t processed, analyzed; /* packets */
+  uint64_t video, audio, other; /* packets by kind of stream */
+  uint64_t av_delta_plus, av_delta0, pcr_delta, pcr_freq, cc_brk, cc_rst, pmt_diff, pid_ndat;
+  tsan_average audio_to_ref, stamp_to_pcr, pcr_interval;
+} tsan_program_stats;
+
+typedef struct tsan_stream_stats {
+  size_t size;
+  uint32_t pid;
+  char kind;        /* 'V', 'A' or 'S' */
+  uint8_t type;     /* stream_type */
+  const char *name; /* of that type, as the report shows it; lasts as long as the library */
+  uint64_t processed, analyzed;
+} tsan_stream_stats;
+
+/* Fill a record, of which `size` has to be set, from the context as it stands. Return 0, or 22
+ * (EINVAL) for an unknown size or an index that does not exist. */
+int tsan_get_stats(tsan_t ctx, tsan_stats *stats);
+int tsan_get_program_stats(tsan_t ctx, size_t program, tsan_program_stats *stats);
+int tsan_get_stream_stats(tsan_t ctx, size_t program, size_t stream, tsan_stream_stats *stats);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
