@@ -1,0 +1,88 @@
+#!/usr/bin/env python3
+"""Holds the documents against the program: check_docs.py ROOT PROGRAM
+
+The man page is clean, and it, the completions and the example settings name every option, word and
+key that the sources have, and no option that they lack. The alerts shown for the damaged sample are
+what the program says.
+"""
+
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+
+root, program = (pathlib.Path(arg).resolve() for arg in sys.argv[1:])
+failures = []
+
+
+def check(ok, message):
+    if not ok:
+        failures.append(message)
+
+
+def read(path):
+    return (root / path).read_text()
+
+
+def run(*command, **env):
+    return subprocess.run(
+        command, cwd=root, capture_output=True, text=True, env={**os.environ, **env}
+    )
+
+
+def check_names(kind, names, texts):
+    check(names, f"no {kind} found in the sources")
+    for path, text in texts.items():
+        for name in names:
+            check(re.search(rf"(?<!\w){name}(?!\w)", text), f"{path} lacks {kind} {name}")
+
+
+page, conf = read("docs/korva.1"), read("docs/korva.conf")
+completions = {p: read(p) for p in ("completions/korva.bash", "completions/_korva")}
+options, settings = read("vantor/tsa/options.cpp"), read("vantor/tsanalyze/settings.cpp")
+
+if shutil.which("mandoc"):
+    lint = run("mandoc", "-T", "lint", "-W", "warning", str(root / "docs/korva.1"))
+    check(lint.returncode == 0, lint.stdout)
+
+# Options.
+items = [line for line in page.splitlines() if line.startswith(".It Fl")]
+in_page = set(re.findall(r"Fl (?:\\&)?(\S)(?=\s|$)", "\n".join(items)))
+long_in_page = set(re.findall(r"Fl Fl (\w+)", "\n".join(items)))
+shorts = set(re.search(r'short_options\[\] = "([^"]+)"', options)[1]) - {":"}
+longs = set(re.findall(r'\{"(\w+)", \w+_argument', options))
+usage = set(re.findall(r"^ {7}-(\S)", run(program, "-?").stderr, re.M))
+check(in_page == shorts, f"korva.1 and options.cpp differ in {in_page ^ shorts}")
+check(long_in_page == longs, f"korva.1 and options.cpp differ in {long_in_page ^ longs}")
+check(usage and usage <= in_page, f"korva.1 lacks {usage - in_page} of the help")
+check_names("option", longs, completions)
+
+# Words of -A and -k, keys of the settings file.
+traces = re.findall(r'\{"\w+", "(\w+)", "(\w+)", &tracking_opt', settings)
+check_names("trace word", {word for _, word in traces}, {"korva.1": page, **completions})
+words = re.findall(r'\{"(\w+)", &tsan_config::\w+\}|strcmp\(name, "(\w+)"\)', settings)
+check_names("analyzer word", {a or b for a, b in words}, {"korva.1": page, **completions})
+keys = set(re.findall(r'(?:look|load_config|get_member)\w*\(\w+, "(\w+)"', settings))
+keys |= set(re.findall(r'\{"(\w+)", &tsan_config::\w+, \w+\}', settings)) | {k for k, _ in traces}
+check_names("key", keys, {"korva.1": page, "korva.conf": conf})
+
+# The example settings load.
+with tempfile.NamedTemporaryFile() as capture:
+    capture.write(b"\x47\x1f\xff\x10" + bytes(184))
+    capture.flush()
+    loaded = run(program, "-C", str(root / "docs/korva.conf"), capture.name, SHOW_VNT_CFG="1")
+check(loaded.returncode == 0 and "analyzer: \n" in loaded.stderr, loaded.stderr)
+
+# The examples. Other lines than those of the sample come from streams that are not shipped.
+sample = "samples/damaged.ts"
+limits = ("max_zreset_time=0", "pcr_delta=840", "pdts_delta=180", "pcr_freq=79")
+said = run(program, "-a", "on", *(w for limit in limits for w in ("-A", limit)), sample)
+lines = set(re.findall(r"ALERT .*", said.stdout + said.stderr))
+for path in ("docs/alerts.md", "README.md"):
+    for shown in re.findall(rf"ALERT \S+ \[?{sample}.*", read(path)):
+        check(shown in lines, f"{path} shows what the program does not say: {shown}")
+
+sys.exit("\n".join(failures) or 0)

@@ -1,0 +1,79 @@
+#include "support/engine.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+#include "tassert/tassert.h"
+#include "tsanalyze/clock.h"
+
+timespec test_now;
+time_t test_seconds;
+
+void set_now(timespec *ts) {
+  *ts = test_now;
+}
+
+time_t wall_seconds() {
+  return test_seconds;
+}
+
+engine::engine(int level) : out(open_memstream(&text, &size)) {
+  cfg.is_enabled = cfg.access_log_alerts = cfg.cc_track = true;
+  strcpy(cfg.source, "src");
+  cfg.max_skip_pkts = 5000;
+  log_default(g_log, out);
+  log_default(g_access_log, out);
+  g_log->time_format = g_access_log->time_format = f_NO_TIME;
+  g_log->group = mk_n64_tag("FSCN");
+  g_mod_ll[0] = level;
+  test_now = {100, 0};
+  test_seconds = 1000;
+}
+
+engine::~engine() {
+  if (tc)
+    tsan_free(tc);
+  fclose(out);
+  free(text);
+  *g_log = *g_access_log = {};
+  g_mod_ll[0] = NORM_level;
+}
+
+engine::operator tsan_ctx *() {
+  if (!tc) {
+    tc = tsan_init(nullptr, &cfg, nullptr);
+    fflush(out);
+    taken = size; // where it lies in memory is of no interest
+  }
+  return tc;
+}
+
+std::string engine::run() {
+  for (const ts_packet &pkt : s.packets)
+    rc = tsan_process(*this, std::make_unique<ts_packet>(pkt)->data());
+  s.packets.clear();
+  fflush(out);
+  const size_t from = taken;
+  taken = size;
+  return {text + from, size - from};
+}
+
+std::string engine::assertion() {
+  std::string failed;
+  g_tassert_hook = [](const tassert_failure &failure) { throw failure; };
+  try {
+    run();
+  } catch (const tassert_failure &failure) {
+    failed = failure.expr;
+  }
+  g_tassert_hook = nullptr;
+  return failed;
+}
+
+engine &engine::start(const pmt_spec &pmt) {
+  s.pat({{1, 100}});
+  s.pmt(100, pmt);
+  run();
+  return *this;
+}

@@ -1,0 +1,50 @@
+// Preloaded into the program under test: lets chosen calls of the C library fail.
+//
+//   FAIL_CALLOC=n   the n-th calloc (1-based) is refused; exits with 99 if it is never made
+//   FAIL_READ=n     read(2) fails with EIO from the n-th call on
+
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+
+extern "C" void *__libc_calloc(size_t count, size_t size);
+
+namespace {
+
+long from_env(const char *name) {
+  const char *text = getenv(name);
+  return text ? atol(text) : 0;
+}
+
+long g_callocs;
+
+} // namespace
+
+extern "C" void *calloc(size_t count, size_t size) {
+  static const long failing = from_env("FAIL_CALLOC");
+  if (++g_callocs == failing) {
+    errno = ENOMEM;
+    return nullptr;
+  }
+  return __libc_calloc(count, size);
+}
+
+extern "C" ssize_t read(int fd, void *buf, size_t size) {
+  static const long failing = from_env("FAIL_READ");
+  static const auto real =
+      reinterpret_cast<ssize_t (*)(int, void *, size_t)>(dlsym(RTLD_NEXT, "read"));
+  static long reads;
+  if (failing != 0 && ++reads >= failing) {
+    errno = EIO;
+    return -1;
+  }
+  return real(fd, buf, size);
+}
+
+// Tells a test that has gone through all allocations from one that has not.
+[[gnu::destructor]] static void report_unused() {
+  if (const long failing = from_env("FAIL_CALLOC"); failing > g_callocs)
+    _exit(99);
+}
