@@ -1,0 +1,69 @@
+# bash completion for korva(1)
+
+_korva() {
+  local shorts='-t -v -V -? -S -s -a -H -r -m -C -Y -k -A'
+  local longs='--verbose --version --options --srctag --maxskip --alerts --hushlog --from --maxnum
+    --config --syslog --track --analyze'
+  local analyzer='on off enable disable skipped_pkts= pdts_delta= pcr_delta= pcr_freq=
+    max_zreset_time= cc_track='
+  local traces='sdt_i misc_i pdts_u pat_pmt pcr_u cc_t pmt_d pat_d'
+  local facilities='user local0 local1 local2 local3 local4 local5 local6 local7'
+
+  # The words up to the cursor, not yet cut at "=" and ":".
+  local line=${COMP_LINE:0:COMP_POINT} words word prev
+  read -ra words <<<"$line"
+  [[ $line == *[[:blank:]] ]] && words+=('')
+  word=${words[-1]} prev=
+  ((${#words[@]} > 1)) && prev=${words[-2]}
+  case $word in
+    --*=*) prev=${word%%=*} word=${word#*=} ;;
+    -[SsarmCYkA]?*) prev=${word:0:2} word=${word:2} ;;
+  esac
+  # What readline replaces is only the part behind the last "=" or ":"; an option's letter belongs
+  # to it when the argument is attached.
+  local whole=${words[-1]} part
+  part=${whole##*[=:]}
+
+  local choices=
+  compopt +o default
+  case $prev in
+    -a | --alerts) choices='on off' ;;
+    -Y | --syslog) choices=$facilities ;;
+    -A | --analyze)
+      case $word in
+        cc_track=*) choices='cc_track=0 cc_track=1' ;;
+        *=*) ;;
+        *) choices=$analyzer ;;
+      esac
+      ;;
+    -k | --track)
+      local before=
+      [[ $word == *:* ]] && before=${word%:*}:
+      local trace
+      for trace in $traces; do
+        [[ :$before == *:$trace:* ]] || choices+=" $before$trace"
+      done
+      [[ $before ]] || choices+=' all'
+      ;;
+    -S | --srctag | -s | --maxskip | -r | --from | -m | --maxnum) ;;
+    -C | --config) compopt -o default ;;
+    *)
+      case $word in
+        --*) choices=$longs ;;
+        -*) choices="$shorts $longs" ;;
+        *) compopt -o default ;;
+      esac
+      ;;
+  esac
+
+  local skip=$((${#whole} - ${#part})) lead=${whole%"$word"} i
+  mapfile -t COMPREPLY < <(compgen -W "$choices" -- "$word")
+  for i in "${!COMPREPLY[@]}"; do
+    COMPREPLY[i]=$lead${COMPREPLY[i]}
+    COMPREPLY[i]=${COMPREPLY[i]:skip}
+  done
+  [[ ${COMPREPLY[*]} == *= ]] && compopt -o nospace
+  return 0
+}
+
+complete -o default -F _korva korva
