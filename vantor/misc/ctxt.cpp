@@ -30,10 +30,21 @@ void replace_ctxt(ctxt_spec *dst, ctxt_spec *src) {
   *src = {};
 }
 
+// What is left for a line, its terminator included.
+static ssize_t room_of(const ctxt_spec *txt) {
+  return txt->buflen - txt->textlen - 2;
+}
+
+static constexpr ssize_t MIN_ROOM = 16;
+
+bool ctxt_is_full(const ctxt_spec *txt) {
+  return room_of(txt) < MIN_ROOM;
+}
+
 void add_ctxt_line(void *opaque, const char *format, ...) {
   auto *s = static_cast<ctxt_spec *>(opaque);
-  const ssize_t room = s->buflen - s->textlen - 2;
-  if (room <= 15) {
+  const ssize_t room = room_of(s);
+  if (room < MIN_ROOM) {
     LOG(g_log, WARN_level, "%s: PMT buffer may overflow, %zd bytes left\n", __func__, room);
     return;
   }

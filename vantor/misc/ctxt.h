@@ -24,6 +24,9 @@ void replace_ctxt(ctxt_spec *dst, ctxt_spec *src);
 // buffer is all but full, further lines are dropped with a warning.
 [[gnu::format(printf, 2, 3)]] void add_ctxt_line(void *opaque, const char *format, ...);
 
+// True when the buffer is closed or has no room for another line.
+bool ctxt_is_full(const ctxt_spec *txt);
+
 // 0 when both hold the same text, or when either is closed.
 int cmp_ctxt(const ctxt_spec *a, const ctxt_spec *b);
 

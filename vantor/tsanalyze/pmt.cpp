@@ -39,6 +39,19 @@ void render_pmt(psi_section *sec, ctxt_spec *txt) {
   pmt_print(sec->data, add_ctxt_line, txt, keep_charset, nullptr, PRINT_TEXT);
 }
 
+// Remembers the PMT that txt_pmt shows, unless lines had to be dropped: those are warned about each
+// time.
+void remember_pmt(program_info *pg, const psi_section *sec) {
+  pg->seen_pmt.size = ctxt_is_full(&pg->txt_pmt) ? 0 : sec->avail;
+  memcpy(pg->seen_pmt.data, sec->data, pg->seen_pmt.size);
+}
+
+// True for a PMT that would render as txt_pmt.
+bool is_seen_pmt(const program_info *pg, const psi_section *sec) {
+  const seen_section &seen = pg->seen_pmt;
+  return seen.size != 0 && seen.size == sec->avail && memcmp(seen.data, sec->data, seen.size) == 0;
+}
+
 // Calls `visit` for each of the first 64 entries of the ES loop.
 template <typename Visit> void for_each_es(psi_section *sec, Visit visit) {
   for (uint8_t j = 0; j < MAX_NSTREAMS; ++j) {
@@ -102,6 +115,7 @@ void process_PMT(tsan_ctx *tc, psi_section *sec, uint32_t pid) {
   if (!pg->txt_pmt.buf) {
     open_ctxt(&pg->txt_pmt, MAX_PMT_TXT);
     render_pmt(sec, &pg->txt_pmt);
+    remember_pmt(pg, sec);
   }
   if (tc->cfg.trk.pmt_diff) {
     LOG(g_log, INFO_level, "%s: PMT pid=%u, %zu entries\n", __func__, pid, added);
@@ -111,6 +125,8 @@ void process_PMT(tsan_ctx *tc, psi_section *sec, uint32_t pid) {
 
 bool cmp_PMT(tsan_ctx *tc, psi_section *sec, uint32_t pid) {
   program_info *pg = prog(tc);
+  if (is_seen_pmt(pg, sec) && !tc->cfg.trk.pmt_diff)
+    return false;
   size_t entries = 0;
   for_each_es(sec, [&](const uint8_t *) { ++entries; });
 
@@ -124,6 +140,7 @@ bool cmp_PMT(tsan_ctx *tc, psi_section *sec, uint32_t pid) {
       replace_ctxt(&pg->txt_pmt, &txt);
       reset_ndat_pcount(tc);
     }
+    remember_pmt(pg, sec);
   }
   close_ctxt(&txt);
 

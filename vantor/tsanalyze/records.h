@@ -60,6 +60,12 @@ struct gen_alert_count {
   uint64_t lost_sync, pat_diff, cc_mlr;
 };
 
+// A section as it was last rendered, to know it again without rendering.
+struct seen_section {
+  size_t size; // bytes, 0 = none
+  uint8_t data[TS_PKT_SIZE];
+};
+
 struct program_info {
   size_t nstreams;
   stream_info stm[MAX_NSTREAMS]; // in PMT order
@@ -71,6 +77,7 @@ struct program_info {
   ssize_t pcr_idx;       // stream on pcr_pid, -1 = none; survives PMT changes
   uint32_t curr_pmt_pid; // PID of the PMT that last brought a stream
   ctxt_spec txt_pmt;     // rendering of the PMT in force
+  seen_section seen_pmt; // a PMT known to render as txt_pmt, every line of it
   ssize_t ref_idx;       // video stream that audio is held against, -1 = none; survives PMT changes
   uint64_t last_seg_idx; // current datagram
   uint8_t skip_pmt_out;  // reports since the STAT PMT records were last written

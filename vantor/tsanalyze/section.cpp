@@ -79,41 +79,35 @@ bool validation_hangs(const uint8_t *desc) {
   return false;
 }
 
+// The descriptors of a section, in their order.
+struct descriptor_list {
+  uint8_t *at[TS_PKT_SIZE / DESC_HEADER_SIZE];
+  size_t count = 0;
+};
+
 // Cuts each descriptor of a loop of `size` bytes to the loop. A single byte at its end, no
 // descriptor, gets the reserved tag 0.
-void cut_descriptors(uint8_t *descs, size_t size) {
+void cut_descriptors(uint8_t *descs, size_t size, descriptor_list *list) {
   size_t at = 0;
   while (at + DESC_HEADER_SIZE <= size) {
     uint8_t *desc = descs + at;
     const size_t room = size - at - DESC_HEADER_SIZE;
     if (desc_get_length(desc) > room)
       desc_set_length(desc, static_cast<uint8_t>(room));
+    list->at[list->count++] = desc;
     at += DESC_HEADER_SIZE + desc_get_length(desc);
   }
   if (at < size)
     descs[at] = 0;
 }
 
-// Gives the reserved tag 0 to each descriptor of a loop whose validation would never end, so that
-// it is shown as an unknown one. Returns true if there was any.
-bool disarm_descriptors(uint8_t *descs, size_t size) {
-  bool any = false;
-  for (size_t at = 0; at + DESC_HEADER_SIZE <= size;
-       at += DESC_HEADER_SIZE + desc_get_length(descs + at)) {
-    if (validation_hangs(descs + at)) {
-      desc_set_tag(descs + at, 0);
-      any = true;
-    }
-  }
-  return any;
-}
-
-bool disarm_all_descriptors(uint8_t *pmt) {
-  bool any = disarm_descriptors(pmt + PMT_HEADER_SIZE, pmt_get_desclength(pmt));
-  uint8_t *es;
-  for (uint8_t j = 0; (es = pmt_get_es(pmt, j)) != nullptr; ++j)
-    any |= disarm_descriptors(es + PMT_ES_SIZE, pmtn_get_desclength(es));
-  return any;
+// Gives the reserved tag 0 to descriptors whose validation would never end, so that they are shown
+// as unknown ones. A walk can read on behind its descriptor, into what is changed here: so the last
+// one is judged first.
+void disarm_descriptors(const descriptor_list &list) {
+  for (size_t i = list.count; i-- > 0;)
+    if (validation_hangs(list.at[i]))
+      desc_set_tag(list.at[i], 0);
 }
 
 uint16_t cut(uint16_t length, size_t room) {
@@ -150,26 +144,23 @@ bool guard_pmt(psi_section *sec) {
   psi_set_length(pmt,
                  std::max<uint16_t>(cut(psi_get_length(pmt), sec->avail - PSI_HEADER_SIZE), 1));
 
+  descriptor_list list;
   // Where the ES loop ends and the CRC begins.
   const size_t end = psi_get_length(pmt) + size_t{PSI_HEADER_SIZE} - PSI_CRC_SIZE;
   pmt_set_desclength(
       pmt, cut(pmt_get_desclength(pmt), end < PMT_HEADER_SIZE ? 0 : end - PMT_HEADER_SIZE));
-  cut_descriptors(pmt + PMT_HEADER_SIZE, pmt_get_desclength(pmt));
+  cut_descriptors(pmt + PMT_HEADER_SIZE, pmt_get_desclength(pmt), &list);
 
   size_t at = PMT_HEADER_SIZE + size_t{pmt_get_desclength(pmt)};
   while (at + PMT_ES_SIZE <= end) {
     uint8_t *es = pmt + at;
     pmtn_set_desclength(es, cut(pmtn_get_desclength(es), end - at - PMT_ES_SIZE));
-    cut_descriptors(es + PMT_ES_SIZE, pmtn_get_desclength(es));
+    cut_descriptors(es + PMT_ES_SIZE, pmtn_get_desclength(es), &list);
     at += PMT_ES_SIZE + size_t{pmtn_get_desclength(es)};
   }
   if (at < end) // a partial last entry
     psi_set_length(pmt, static_cast<uint16_t>(at + PSI_CRC_SIZE - PSI_HEADER_SIZE));
-
-  // A walk can read on behind its descriptor, into lengths and tags that were changed after it was
-  // looked at: only when nothing changes any more does every walk end.
-  while (disarm_all_descriptors(pmt)) {
-  }
+  disarm_descriptors(list);
   return true;
 }
 
