@@ -1,0 +1,69 @@
+#!/usr/bin/env python3
+"""A thousand damaged copies of the samples through the program: it may end with status 0 or 2 or on
+an assertion about the tables, and with nothing else. mutations.py KORVA SAMPLES [COUNT]"""
+import random
+import signal
+import subprocess
+import sys
+import tempfile
+from concurrent.futures import ThreadPoolExecutor
+from pathlib import Path
+
+PACKET = 188
+ASSERTIONS = ["Assertion `%s' failed." % text for text in (
+    "tc->pmt_pid[tc->nprogs]", "tc->nprogs", "tc->nprogs < MAX_PMTS", "prog(tc)->pcr_pid")]
+ALL_CHECKS = ["-a", "on", "-k", "pmt_d:pat_d:cc_t", "-k", "all", "-A", "pcr_delta=100", "-A",
+              "pdts_delta=100", "-A", "pcr_freq=40", "-v", "-v"]
+
+
+def damage(packets, rng):
+    """One fault of a random kind at a random place, tables and headers more often than payload."""
+    at = rng.randrange(len(packets))
+    kind = rng.choice(["bits", "bits", "drop", "repeat", "swap", "tables"])
+    if kind == "drop":
+        del packets[at:at + rng.randint(1, 20)]
+    elif kind == "repeat":
+        packets.insert(at, packets[at])
+    elif kind == "swap":
+        other = rng.randrange(len(packets))
+        packets[at], packets[other] = packets[other], packets[at]
+    else:
+        if kind == "tables":
+            at = rng.choice([i for i, p in enumerate(packets) if (p[1] & 0x1f, p[2]) in
+                             ((0, 0), (16, 0), (16, 1))] or [at])
+        spoiled = bytearray(packets[at])
+        for _ in range(rng.randint(1, 8)):
+            spoiled[rng.randrange(1, 48 if rng.random() < 0.7 else PACKET)] ^= 1 << rng.randrange(8)
+        packets[at] = bytes(spoiled)
+
+
+def check(program, sample, seed, directory):
+    rng = random.Random(seed)
+    packets = [sample[i:i + PACKET] for i in range(0, len(sample), PACKET)]
+    for _ in range(rng.randint(1, 30)):
+        damage(packets, rng)
+    stream = b"".join(packets)[:rng.choice([None, rng.randrange(len(sample))])]
+    path = Path(directory) / f"{seed}.ts"
+    path.write_bytes(stream)
+    options = ALL_CHECKS if seed % 2 else []
+    run = subprocess.run([program, *options, str(path)], capture_output=True, timeout=60)
+    path.unlink()
+    aborted = run.returncode == -signal.SIGABRT and any(
+        text in run.stderr.decode(errors="replace") for text in ASSERTIONS)
+    if run.returncode in (0, 2) or aborted:
+        return run.returncode
+    sys.exit(f"seed {seed}: status {run.returncode}\n{run.stderr.decode(errors='replace')[-3000:]}")
+
+
+def main():
+    program, samples = sys.argv[1], Path(sys.argv[2])
+    count = int(sys.argv[3]) if len(sys.argv) > 3 else 1000
+    streams = [(samples / name).read_bytes() for name in ("clean.ts", "damaged.ts")]
+    with tempfile.TemporaryDirectory() as directory, ThreadPoolExecutor(2) as pool:
+        ends = list(pool.map(lambda seed: check(program, streams[seed % 2], seed, directory),
+                             range(count)))
+    print({status: ends.count(status) for status in sorted(set(ends))})
+
+
+if __name__ == "__main__":
+    main()
