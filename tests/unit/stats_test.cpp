@@ -63,7 +63,7 @@ TEST(stats, records) {
   e.cfg.max_pdts_delta = e.cfg.max_pcr_delta = e.cfg.pcr_freq_ms = 1000;
   e.s.pat({{1, 100}, {2, 200}});
   e.s.pmt(100, {.pcr_pid = 102, .es = {{0x1b, 101}, {0x0f, 102}}});
-  for (const uint64_t pcr : {900'000, 903'600, 905'400})
+  for (const uint64_t pcr : {900'000u, 903'600u, 905'400u})
     e.s.pcr(102, pcr);
   e.s.null(), e.run();
   e->pg[0].alert = {1, 2, 3, 4, 5, 6, 7, 8};
