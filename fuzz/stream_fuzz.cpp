@@ -13,6 +13,7 @@
 #include "log/log.h"
 #include "tassert/tassert.h"
 #include "tsanalyze/clock.h"
+#include "tsanalyze/readout.h"
 #include "tsanalyze/tsan.h"
 
 namespace {
@@ -75,8 +76,27 @@ void analyze(tsan_t ctx, std::span<const uint8_t> packets, unsigned per_dgram) {
   }
 }
 
+// Everything that a read-out is given is looked at.
+void set_readout(tsan_t ctx) {
+  static volatile uint64_t sum;
+  const tsan_readout readout = {
+      .size = sizeof(tsan_readout),
+      .opaque = nullptr,
+      .on_alert =
+          [](void *, const tsan_alert *alert) {
+            sum = sum + strlen(alert->ptag) + strlen(tsan_alert_name(alert->kind)) + alert->pid;
+          },
+      .on_sample = [](void *, const tsan_sample *sample) { sum = sum + sample->ms + sample->pid; },
+      .measure_all = true,
+  };
+  tsan_set_readout(ctx, &readout);
+}
+
 void report(tsan_t ctx, FILE *out) {
   tsan_check_ndat(ctx);
+  tsan_set_pidx(ctx, 1000 - tsan_get_pidx(ctx));
+  tsan_alert_lostsync(ctx);
+  tsan_check_dump_stats(out, ctx);
   tsan_dump_stats(out, ctx);
   tsan_alog_stats(ctx);
   tsan_reset_local_stats(ctx);
@@ -102,6 +122,8 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const std::span input(data, size);
   const tsan_config cfg = make_settings(input);
   tsan_t ctx = tsan_init(nullptr, &cfg, nullptr);
+  if (input[3] & 8)
+    set_readout(ctx);
   try {
     analyze(ctx, input.subspan(SETTINGS_SIZE), input[3] % 8);
     report(ctx, sink);
