@@ -3,6 +3,7 @@
 #include "log/statement.h"
 #include "tsanalyze/cc.h"
 #include "tsanalyze/packet.h"
+#include "tsanalyze/read_out.h"
 #include "tsanalyze/tstamp.h"
 
 LOG_MODULE(0);
@@ -71,7 +72,10 @@ int analyze_pkt(tsan_ctx *tc, ts_pkt pkt) {
   if (tc->cfg.cc_track && ts_payload_flag(pkt))
     cc_track(tc, ts_pid(pkt), ts_cc(pkt));
   if (stm->stype == 'A' && (stm->pts_updated || stm->dts_updated) && ts_pid(pkt) != pg->pcr_pid &&
-      !ts_get_payload(pkt).empty())
+      !ts_get_payload(pkt).empty()) {
+    if (measures_all(tc)) [[unlikely]]
+      measure_stamps(tc, stm);
     check_audio_stamps(tc, stm);
+  }
   return 0;
 }

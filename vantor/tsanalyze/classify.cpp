@@ -9,6 +9,7 @@
 #include "tsanalyze/pat.h"
 #include "tsanalyze/pmt.h"
 #include "tsanalyze/ptag.h"
+#include "tsanalyze/read_out.h"
 #include "tsanalyze/section.h"
 #include "tsanalyze/tstamp.h"
 
@@ -55,6 +56,8 @@ void handle_pcr(tsan_ctx *tc, ts_pkt pkt) {
   const uint64_t pcr = ts_get_pcr_base(pkt.bytes);
   if (tc->cfg.pcr_freq_ms != 0 && pg->last_pcr != 0)
     pcr_freq_check(tc, pcr);
+  else if (pg->last_pcr != 0 && measures_all(tc)) [[unlikely]]
+    measure_pcr_interval(tc, pcr);
 
   strncpy(pg->pcr_ptag, ptag(tc), sizeof pg->pcr_ptag); // still counts from the PCR before
   pg->last_pcr = pcr;

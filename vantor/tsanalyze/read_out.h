@@ -36,7 +36,8 @@ inline void take_sample(tsan_ctx *tc, aggr_val *av, const measured &what, uint64
     read_out_sample(tc, what, ms, true);
 }
 
-// True when what has no threshold is to be measured all the same.
+// True when what has no threshold is to be measured all the same. Such a measurement changes
+// nothing in the context.
 inline bool measures_all(const tsan_ctx *tc) {
-  return tc->readout.measure_all && tc->readout.on_sample;
+  return tc->readout.measure_all && tc->readout.on_sample && tc->cfg.is_enabled;
 }

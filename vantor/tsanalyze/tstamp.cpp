@@ -95,6 +95,23 @@ void dump_time_info(tsan_ctx *tc, tsan_alert_kind alert_kind, bool is_pts, uint6
   });
 }
 
+const stream_info *first_video(const program_info *pg) {
+  const auto *end = pg->stm + pg->nstreams;
+  const auto *video = std::find_if(pg->stm, end, [](auto &stm) { return stm.stype == 'V'; });
+  return video == end ? nullptr : video;
+}
+
+void measure_stamp(tsan_ctx *tc, bool is_pts, const stream_info *ref, const stream_info *stream) {
+  const program_info *pg = prog(tc);
+  const uint64_t stamp = stamp_of(stream, is_pts);
+  if (tc->cfg.max_pcr_delta == 0 && pg->got_pcr)
+    read_out_sample(tc, {TSAN_STAMP_TO_PCR, stream->pid, is_pts}, distance_ms(pg->last_pcr, stamp),
+                    false);
+  if (tc->cfg.max_pdts_delta == 0 && ref && stamp_of(ref, is_pts) != 0)
+    read_out_sample(tc, {TSAN_AUDIO_TO_REF, stream->pid, is_pts},
+                    distance_ms(stamp_of(ref, is_pts), stamp), false);
+}
+
 } // namespace
 
 void update_pts_dts(tsan_ctx *tc, pkt_bytes pes, stream_info *stream) {
@@ -149,4 +166,20 @@ void pcr_freq_check(tsan_ctx *tc, uint64_t new_pcr) {
     a.delta_ms = delta;
   });
   ++pg->alert.pcr_freq;
+}
+
+void measure_pcr_interval(tsan_ctx *tc, uint64_t new_pcr) {
+  const program_info *pg = prog(tc);
+  const uint64_t ticks = calc_pcr_delta(pg->last_pcr, new_pcr, PCR_QUIET);
+  read_out_sample(tc, {TSAN_PCR_INTERVAL, pg->pcr_pid, false}, static_cast<uint32_t>(ticks / 90),
+                  false);
+}
+
+// A checked stamp stays new until it has been held against the reference; here each counts once.
+void measure_stamps(tsan_ctx *tc, const stream_info *stream) {
+  const stream_info *ref = first_video(prog(tc));
+  if (stream->pts_updated && stream->pts_pktnum == tc->last_pkt_idx)
+    measure_stamp(tc, true, ref, stream);
+  if (stream->dts_updated && stream->dts_pktnum == tc->last_pkt_idx)
+    measure_stamp(tc, false, ref, stream);
 }

@@ -13,7 +13,9 @@ uint64_t calc_pcr_delta(uint64_t first, uint64_t last, unsigned flags) {
   if (first == 0)
     return delta;
   if (first > last) {
-    LOG(g_log, WARN_level, "%s: PCR last=%lu < first=%lu diff=%lu\n", __func__, last, first, delta);
+    if ((flags & PCR_QUIET) == 0)
+      LOG(g_log, WARN_level, "%s: PCR last=%lu < first=%lu diff=%lu\n", __func__, last, first,
+          delta);
     if ((flags & PCR_ABORT_BACKWARDS) != 0)
       abort();
     return 0;
