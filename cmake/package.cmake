@@ -1,5 +1,7 @@
-# What an installation holds, and the Debian package made of it (cpack -G DEB).
+# What an installation holds of the program, and the Debian packages made of all (cpack -G DEB): korva,
+# libkorva0 and libkorva-dev.
 include(GNUInstallDirs)
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME program)
 
 install(TARGETS korva RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(FILES docs/korva.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
@@ -12,7 +14,7 @@ install(FILES completions/_korva DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME korva)
-set(CPACK_PACKAGE_VERSION 0.1.10.2)
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_CONTACT "korva developers <maintainers@users.noreply.example>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "health check of recorded MPEG transport streams")
 set(CPACK_PACKAGE_DESCRIPTION
@@ -25,4 +27,20 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_MAINTAINER "${CPACK_PACKAGE_CONTACT}")
 set(CPACK_DEBIAN_PACKAGE_SECTION video)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_ALL program)
+set(CPACK_COMPONENT_PROGRAM_DESCRIPTION "${CPACK_PACKAGE_DESCRIPTION}")
+set(CPACK_DEBIAN_PROGRAM_PACKAGE_NAME korva)
+if(TARGET korva_shared)
+  list(APPEND CPACK_COMPONENTS_ALL library development)
+  set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME libkorva0)
+  set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
+  set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+  set(CPACK_COMPONENT_LIBRARY_DESCRIPTION "The analyzer as a shared library.")
+  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libkorva-dev)
+  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
+  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libkorva0 (= ${PROJECT_VERSION}), libconfig-dev")
+  set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "Headers and static library of the analyzer.")
+endif()
 include(CPack)

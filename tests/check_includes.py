@@ -2,7 +2,7 @@
 """Holds the sources against the rule of who may include whom: check_includes.py ROOT
 
 Layers and what their files may include, beside the headers of the system and of themselves. Only
-PSI_FILES may include the headers of biTStream.
+PSI_FILES may include the headers of biTStream; PUBLIC headers, for other programs, only each other.
 """
 
 import os.path
@@ -11,7 +11,7 @@ import re
 import sys
 
 RULES = {
-    "vantor/tsa": ["vantor/tsanalyze/tsan.h", "libtollum/include", "common"],
+    "vantor/tsa": ["vantor/tsanalyze/tsan.h", "vantor/tsanalyze/readout.h", "libtollum/include", "common"],
     "vantor/tsanalyze": ["vantor/misc", "libtollum/include"],
     "vantor/misc": ["libtollum/include"],
     "common": ["libtollum/include"],
@@ -20,6 +20,7 @@ RULES = {
 INCLUDE_DIRS = ["vantor", "libtollum/include", "common"]
 GENERATED = {"build_checksum.h"}
 PSI_FILES = {f"vantor/tsanalyze/{name}.cpp" for name in ("section", "pat", "pmt")}
+PUBLIC = {f"vantor/tsanalyze/{name}.h" for name in ("tsan", "readout")} | {"libtollum/include/log/api.h"}
 INCLUDE = re.compile(r'^\s*#\s*include\s*(["<])([^">]+)[">]')
 
 
@@ -35,6 +36,8 @@ def violation(root, layer, source, bracket, header):
     if not found:
         missing = bracket == '"' and header not in GENERATED
         return "no such header" if missing else None
+    if source in PUBLIC and found[0] not in PUBLIC:
+        return "a header for other programs includes only others of its kind"
     if any(is_in(found[0], place) for place in [layer, *RULES[layer]]):
         return None
     return f"{layer} may include only itself" + "".join(f", {place}" for place in RULES[layer])

@@ -63,11 +63,10 @@ void dump_pat(tsan_ctx *tc, const char *title, psi_block *psi) {
   FILE *out = log_fp(g_log);
   if (!out)
     return;
-  flockfile(out);
+  const log_hold hold(g_log);
   if (title)
     LOG(g_log, INFO_level, "[%s] %s\n", tc->cfg.source, title);
   pat_table_print(psi->sec, m_print, out, PRINT_TEXT);
-  funlockfile(out);
 }
 
 void alert_pat_diff(tsan_ctx *tc, size_t added, size_t deleted) {

@@ -8,8 +8,8 @@
  * Records begin with their size in bytes as the library was built; later versions add fields at the
  * end. A record and the texts in it are valid during the call only. Callbacks run on the thread
  * that calls tsan_process(), tsan_next_seg(), tsan_check_ndat() or tsan_alert_lostsync(), after the
- * alert's log lines; they must not call an operation that changes the context. Without a read-out
- * nothing is made and nothing costs. */
+ * alert's log lines and before its counter is raised; they must not throw, nor call an operation
+ * that changes the context. Without a read-out nothing is made and nothing costs. */
 #ifndef VANTOR_TSANALYZE_READOUT_H
 #define VANTOR_TSANALYZE_READOUT_H
 
@@ -87,16 +87,19 @@ typedef struct tsan_readout {
   void *opaque;                                            /* handed to the callbacks */
   void (*on_alert)(void *opaque, const tsan_alert *alert); /* or null */
   void (*on_sample)(void *opaque, const tsan_sample *sample); /* or null */
-  bool measure_all; /* also measure what has no threshold; nothing that is printed changes */
+  bool measure_all; /* also measure what has no threshold, while the checks run (is_enabled): each
+                       PCR interval, and each new audio PTS or DTS once, against the PCR and, with
+                       no reference chosen, the program's first video stream. Nothing that is
+                       printed changes */
 } tsan_readout;
 
 /* Sets the read-out of a context, or takes it away (null). The record is copied. Returns 0, or 22
  * (EINVAL) for a record whose size is not known. */
-int tsan_set_readout(tsan_t ctx, const tsan_readout *readout);
+KORVA_API int tsan_set_readout(tsan_t ctx, const tsan_readout *readout);
 
 /* Name of a kind of finding as the logs write it: "CC-BRK" ...; "OUT-OF-SYNC" and "IDLE" for the
  * two ends; null for a number that is none. */
-const char *tsan_alert_name(tsan_alert_kind kind);
+KORVA_API const char *tsan_alert_name(tsan_alert_kind kind);
 
 /* Running average of a measured distance, ms: since the last tsan_reset_local_stats() and since the
  * start. */
@@ -119,7 +122,8 @@ typedef struct tsan_program_stats {
   size_t streams;
   uint32_t pmt_pid, pcr_pid;
   uint64_t processed, analyzed; /* packets */
-  uint64_t video, audio, other; /* packets by kind of stream */
+  uint64_t video, audio, other; /* packets processed, by kind of stream */
+  uint64_t video_analyzed, audio_analyzed, other_analyzed;
   uint64_t av_delta_plus, av_delta0, pcr_delta, pcr_freq, cc_brk, cc_rst, pmt_diff, pid_ndat;
   tsan_average audio_to_ref, stamp_to_pcr, pcr_interval;
 } tsan_program_stats;
@@ -135,9 +139,10 @@ typedef struct tsan_stream_stats {
 
 /* Fill a record, of which `size` has to be set, from the context as it stands. Return 0, or 22
  * (EINVAL) for an unknown size or an index that does not exist. */
-int tsan_get_stats(tsan_t ctx, tsan_stats *stats);
-int tsan_get_program_stats(tsan_t ctx, size_t program, tsan_program_stats *stats);
-int tsan_get_stream_stats(tsan_t ctx, size_t program, size_t stream, tsan_stream_stats *stats);
+KORVA_API int tsan_get_stats(tsan_t ctx, tsan_stats *stats);
+KORVA_API int tsan_get_program_stats(tsan_t ctx, size_t program, tsan_program_stats *stats);
+KORVA_API int tsan_get_stream_stats(tsan_t ctx, size_t program, size_t stream,
+                                    tsan_stream_stats *stats);
 
 #ifdef __cplusplus
 }

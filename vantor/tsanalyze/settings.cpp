@@ -106,6 +106,14 @@ const char *yes_no(bool value) {
 
 } // namespace
 
+void tsan_default_config(tsan_config *cfg) {
+  *cfg = {};
+  cfg->is_enabled = true;
+  cfg->max_skip_pkts = 5000;
+  cfg->cc_track = true;
+  cfg->cc_max_ms0_ms = 30;
+}
+
 int tsan_load_config(const config_setting_t *section, tsan_config *cfg) {
   cfg->is_enabled = lookup_true(section, "enabled");
   if (!cfg->is_enabled) {

@@ -1,7 +1,9 @@
 /* Transport-stream analyzer: hand it one packet at a time and learn from its two logs what is wrong
  * with the stream, and from its report what the stream holds.
  *
- *   tsan_config cfg = {...};
+ *   tsan_config cfg;
+ *   tsan_default_config(&cfg);
+ *   log_default(g_log, stderr);   // log.h
  *   int err = 0;
  *   tsan_t ctx = tsan_init("channel-7", &cfg, &err);
  *   if (!ctx)
@@ -12,13 +14,21 @@
  *   tsan_dump_stats(stderr, ctx);
  *   tsan_free(ctx);
  *
- * A context is used by one thread at a time; several contexts may run in several threads at once.
- * Findings go to the application log (human lines) and to the access log (terse lines); both must
- * have been directed to a stream with log_default() before, else they stay silent.
+ * Findings go to the application log (human lines) and to the access log (terse lines), each once
+ * log_default() has given it a stream, and as records to a read-out (readout.h).
  *
- * Four conditions in the tables of a stream end the whole process through an assertion: a first PAT
- * that lists PID 0 or no program at all, a later PAT that brings the PMT PIDs to more than 31, and
- * a PMT whose PCR_PID is 0. */
+ * Threads: a context is used by one thread at a time; several contexts may run in several threads
+ * at once. They share nothing but the logs, in which each line is whole. The report, the settings
+ * and the tables that traces show are blocks: nothing comes between their lines on their stream.
+ *
+ * Pointers must not be null where nothing is said of it. No operation throws, or changes a signal.
+ *
+ * Four conditions in the tables of a stream end the whole process through an assertion, in every
+ * build: a first PAT that lists PID 0 or no program at all, a later PAT that brings the PMT PIDs to
+ * more than 31, and a PMT whose PCR_PID is 0. The C library's message of a failed assertion goes to
+ * standard error, then abort(3) is called; what was found before is on its stream. A host that has
+ * to outlive such a stream analyzes it in a process of its own. A system clock that cannot be read
+ * ends the process in the same way. */
 #ifndef VANTOR_TSANALYZE_TSAN_H
 #define VANTOR_TSANALYZE_TSAN_H
 
@@ -26,6 +36,11 @@
 #include <stddef.h>
 #include <stdint.h>
 #include <stdio.h>
+
+/* Marks what the shared library exports. */
+#ifndef KORVA_API
+#define KORVA_API __attribute__((visibility("default")))
+#endif
 
 #ifdef __cplusplus
 extern "C" {
@@ -45,8 +60,8 @@ typedef struct tracking_opt {
   bool pat_diff;    /* PAT texts, with each change */
 } tracking_opt;
 
-/* Settings of one analyzer. "Default" is what the korva program starts with; a settings file has
- * defaults of its own (tsan_load_config). */
+/* Settings of one analyzer. "Default" is that of tsan_default_config(); a settings file has
+ * defaults of its own (tsan_load_config). Sizes may have any value. */
 typedef struct tsan_config {
   bool is_enabled;          /* run the checks; else only classify and count. Default true */
   char source[64];          /* source tag in every line, at most 63 characters; must not be empty
@@ -60,62 +75,67 @@ typedef struct tsan_config {
   size_t max_ndat_pcount;   /* packets of a program until silent tracks are looked for, 0 = only at
                                the end. Default 0 */
   bool cc_track;            /* check continuity counters. Default true */
-  long cc_max_ms0_ms;       /* ms between two unexpected counters of 0 from which the second is a
-                               reset, not a break; 0 = always a break. Default 30 */
+  long cc_max_ms0_ms;       /* ms on the monotonic clock between two unexpected counters of 0 from
+                               which the second is a reset, not a break; 0 = always a break.
+                               Default 30 */
   tracking_opt trk;         /* trace switches. Default all false */
   bool no_rlog;             /* keep alerts out of the application log. Default false */
 } tsan_config;
 
 typedef struct tsan_ctx *tsan_t;
 
+/* Fills `cfg` with what the korva program starts with; the source tag is empty then. */
+KORVA_API void tsan_default_config(tsan_config *cfg);
+
 /* Creates the context of one source. `src`: its tag, at most 63 characters of it; null: the tag of
  * `cfg`. `cfg` is copied. Returns null when memory is refused, with 12 (ENOMEM) in `err` if given;
  * `err` is left alone on success. The caller owns the context: tsan_free(). */
-tsan_t tsan_init(const char *src, const tsan_config *cfg, int *err);
+KORVA_API tsan_t tsan_init(const char *src, const tsan_config *cfg, int *err);
 
 /* Releases a context. One with an empty source tag is left alone (with a warning): the tag is the
  * mark of a live context. */
-void tsan_free(tsan_t ctx);
+KORVA_API void tsan_free(tsan_t ctx);
 
-/* Analyzes one packet of 188 bytes, in place; nothing of it is kept. Returns 0 to go on, -1 when
- * the packet does not begin with the sync byte, -16 when nothing could be analyzed within
- * max_skip_pkts packets. After a result other than 0 the context still serves for the closing
- * report. */
-int tsan_process(tsan_t ctx, const uint8_t *bytes);
+/* Analyzes one packet of 188 bytes, in place, at any alignment; nothing of it is kept. Any content
+ * is safe, but for the four conditions named on top. Returns 0 to go on, -1 when the packet does
+ * not begin with the sync byte, -16 when nothing could be analyzed within max_skip_pkts packets.
+ * After a result other than 0 the context still serves for the closing report. */
+KORVA_API int tsan_process(tsan_t ctx, const uint8_t *bytes);
 
 /* Index of the packet handed over last, 1 being the first; 0 before it. */
-uint64_t tsan_get_pidx(tsan_t ctx);
+KORVA_API uint64_t tsan_get_pidx(tsan_t ctx);
 
 /* Overwrites that index: the next packet gets `idx` + 1. Logged as a warning. */
-void tsan_set_pidx(tsan_t ctx, uint64_t idx);
+KORVA_API void tsan_set_pidx(tsan_t ctx, uint64_t idx);
 
 /* Records a loss of sync that the caller's framing has found. Returns 0, or -1 from the tenth on
  * that comes without a pause of 3 seconds: time to give up. */
-int tsan_alert_lostsync(tsan_t ctx);
+KORVA_API int tsan_alert_lostsync(tsan_t ctx);
 
-/* Looks for tracks that have received no packet so far and reports each; call it at the end. */
-void tsan_check_ndat(tsan_t ctx);
+/* Looks for tracks that have received no packet so far and reports each; call it at the end, before
+ * the report. */
+KORVA_API void tsan_check_ndat(tsan_t ctx);
 
 /* For callers that receive datagrams of several packets: closes the current datagram. Call it
  * before the first packet of each; losses that hit several streams of one datagram by the same
  * amount are then reported as one (CC-MLR). Does nothing while the last packet belongs to no
  * program. */
-void tsan_next_seg(tsan_t ctx);
+KORVA_API void tsan_next_seg(tsan_t ctx);
 
-/* Writes the statistics report. */
-void tsan_dump_stats(FILE *out, tsan_t ctx);
+/* Writes the statistics report to `out`, which stays the caller's. May be called at any time. */
+KORVA_API void tsan_dump_stats(FILE *out, tsan_t ctx);
 
 /* Writes the statistics as STAT records to the access log. */
-void tsan_alog_stats(tsan_t ctx);
+KORVA_API void tsan_alog_stats(tsan_t ctx);
 
 /* Does both when dump_stats_period seconds have passed since the last report (the first call only
  * starts the clock). With a null `out` there is no report, only the records, and the clock is not
  * started again: every later call writes them. Returns 1 when it wrote something, else 0. */
-int tsan_check_dump_stats(FILE *out, tsan_t ctx);
+KORVA_API int tsan_check_dump_stats(FILE *out, tsan_t ctx);
 
 /* Starts a new local period of the measured values of every program; counters and global values
  * stay. */
-void tsan_reset_local_stats(tsan_t ctx);
+KORVA_API void tsan_reset_local_stats(tsan_t ctx);
 
 /* Fills `cfg` from a libconfig group. A group that does not say "enabled = true" switches the
  * analyzer off and changes nothing else. In an enabled one, an absent key takes these defaults:
@@ -124,21 +144,21 @@ void tsan_reset_local_stats(tsan_t ctx);
  * without it, cc_track and cc_max_ms0_ms stay. With any setting `track` beside it, the trace
  * switches are read from the group itself. Returns 0 or the code of the first key that failed,
  * which is reported; fields of later keys are then untouched. */
-int tsan_load_config(const struct config_setting_t *section, tsan_config *cfg);
+KORVA_API int tsan_load_config(const struct config_setting_t *section, tsan_config *cfg);
 
 /* Applies one word of the program's -A option: on, enable, off, disable, or name=value with the
  * names skipped_pkts (packets), pdts_delta, pcr_delta, pcr_freq, max_zreset_time (ms) and cc_track
  * (0/1); other names change nothing. Returns 0, 22 (EINVAL) for a malformed word or a negative
  * value, or the errno of a refused allocation; failures are reported. */
-int tsan_cli_opt(const char *opt, tsan_config *cfg);
+KORVA_API int tsan_cli_opt(const char *opt, tsan_config *cfg);
 
 /* Applies one word of the program's -k option: "all" for the first five trace switches, or any text
  * that holds sdt_i, misc_i, pdts_u, pat_pmt, pcr_u, cc_t, pmt_d or pat_d. Each call first clears
  * those five. Always returns 0. */
-int tsan_xtrack_opt(const char *opt, tsan_config *cfg);
+KORVA_API int tsan_xtrack_opt(const char *opt, tsan_config *cfg);
 
 /* Prints the settings, headed by `name`. */
-void tsan_dump_config(FILE *out, const char *name, const tsan_config *cfg);
+KORVA_API void tsan_dump_config(FILE *out, const char *name, const tsan_config *cfg);
 
 #ifdef __cplusplus
 }

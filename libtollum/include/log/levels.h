@@ -1,18 +1,7 @@
-// Severity of a log line. Lower is more severe; a line passes when its level is not above the
-// threshold of the module that logs it.
+// Severities as words, tags and syslog priorities.
 #pragma once
 
-enum log_level : int {
-  PANIC_level = -4,
-  ERR_level = -3,
-  CRIT_level = -2,
-  WARN_level = -1,
-  NORM_level = 0,
-  INFO_level = 1,
-  DEBUG_level = 2,
-  SECTION_level = 64, // threshold of every section at start
-  MIN_level = -127,   // always passes, carries no level tag: alerts and STAT records
-};
+#include "log/api.h"
 
 // Finds the level that `word` names, in any letter case: err, error, crit, critical, warn, warning,
 // norm, normal, info, debug, dbg, section, sect. Returns 0 and stores it in `level`, or -1 for any

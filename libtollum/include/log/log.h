@@ -1,9 +1,4 @@
-// The two logs: where lines go, what they carry, which of them pass.
-//
-// The application log (g_log) takes diagnostics and the human form of alerts; the access log
-// (g_access_log) takes the terse form of alerts and STAT records. Both are set up once with
-// log_default() before the first line; until then nothing is written to them. A line that cannot be
-// formatted or written never stops the program.
+// What a log is made of, and what the suite's own programs need beside the operations of api.h.
 #pragma once
 
 #include <sys/types.h>
@@ -14,34 +9,16 @@
 #include <ctime>
 #include <string_view>
 
+#include "log/api.h"
 #include "log/levels.h"
 
 enum {
-  LL_MAX_MODULES = 128,
   LL_MAX_SECTIONS = 128,
   LL_STACK_DEPTH = 8,
   LOG_PATHNAME_MAX = 128,
   LOG_GRP_MAX = 32,
   LOG_ERRMSG_MAX = 256,
   MAX_CYCLIC_ROTATIONS = 128,
-};
-
-// Time-stamp flags of a log (log_timefmt, mk_timestr).
-enum : uint32_t {
-  f_REALTIME_TIMER = 0,
-  f_MONOTONIC_TIMER = 1,
-  f_TIMER_ID = 3, // mask of the clock number
-  f_FMT_SECONDS = 16,
-  f_NO_TIME = 256,
-  f_GMT_TIME = 512,
-  f_RAW_TIME = 1024,
-  f_BAD_TIME = 1073741824,
-};
-
-// Symbolic tag of at most 7 characters that copies and compares as one number; 0 is no tag.
-union n64_tag {
-  char sym8[8];
-  uint64_t num64;
 };
 
 // Tag made of the first 7 characters of `text`.
@@ -89,27 +66,16 @@ struct log_module_ctx {
   char app_tag[128];
 };
 
-extern log_ctx *const g_log;        // the application log
-extern log_ctx *const g_access_log; // the access log
 extern log_module_ctx g_logmod;
 
-extern int g_mod_ll[LL_MAX_MODULES];  // threshold of each module; 0 is NORM_level
 extern int g_sec_ll[LL_MAX_SECTIONS]; // level of each section
 extern volatile int g_sigctx;         // signal number while a handler of this library runs, else 0
 
 // Names the application to the log module; `app_tag` must not be null, 127 characters are kept.
 void glog_init(const char *app_tag);
 
-// Directs `ctx` to `stream`, which stays the caller's. For g_log, unless section levels were set
-// before, every section gets SECTION_level.
-void log_default(log_ctx *ctx, FILE *stream);
-
-// Closes a log that was opened by name (a stream given to log_default is left alone when it is a
-// standard one), its syslog connection included.
-void log_close(log_ctx *ctx);
-
-// Set the threshold of all modules or of all sections.
-void log_set_modules(log_ctx *ctx, int level);
+// Sets the level of all sections. log_default() of g_log does so with SECTION_level, unless they
+// were set before.
 void log_set_sections(log_ctx *ctx, int level);
 
 // Save the module thresholds, and bring them back. One level only: a second push before a pop, and
@@ -117,16 +83,23 @@ void log_set_sections(log_ctx *ctx, int level);
 void log_push_mlevels();
 void log_pop_mlevels();
 
-void log_set_pid(log_ctx *ctx, pid_t pid);
 pid_t log_get_pid(const log_ctx *ctx);
-void log_set_group(log_ctx *ctx, n64_tag tag);
 n64_tag log_get_group(const log_ctx *ctx);
-void log_timefmt(log_ctx *ctx, uint32_t flags);
 FILE *log_fp(const log_ctx *ctx);
-
-// Also writes every line to `stream` (null: stop that) and makes that stream line-buffered.
-void log_mirror(log_ctx *ctx, FILE *stream);
 FILE *log_mirror_fp(const log_ctx *ctx);
+
+// Keeps the stream of a log and its mirror for the calling thread, for a line or a block of lines.
+// They are always locked in one order, so that two logs may mirror into each other's streams.
+class log_hold {
+public:
+  explicit log_hold(const log_ctx *ctx);
+  ~log_hold();
+  log_hold(const log_hold &) = delete;
+  log_hold &operator=(const log_hold &) = delete;
+
+private:
+  FILE *first, *second; // or null
+};
 
 // Attaches a ring; returns the previous one.
 lard_t log_set_lard(log_ctx *ctx, lard_t handle);
@@ -137,13 +110,10 @@ inline bool lard_enabled(const log_ctx *ctx) {
 // Level in the environment variable `name`: a number, or `dflt` when it is unset or no number.
 int read_level_env(const char *name, int dflt);
 
-// Send negative (error-class) levels of `ctx` to syslog(3) as well. `ident` must outlive the log.
-void config_syslog(log_ctx *ctx, const char *ident, int option, int facility);
+// Ends what config_syslog() began; the pair of them for g_log.
 void disable_syslog(log_ctx *ctx);
 void glog_enable_syslog(const char *ident);
 void glog_disable_syslog();
 
-// syslog facility named "user" (any case) or "local0" to "local7"; -1 for any other text.
-int str2fac(const char *text);
 // Name of a facility, "#unknown#" when it has none here.
 const char *fac2str(int facility);

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <utility>
 
 #include "log/log.h"
@@ -119,6 +120,20 @@ void log_mirror(log_ctx *ctx, FILE *stream) {
 
 FILE *log_mirror_fp(const log_ctx *ctx) {
   return ctx->mirror_fp;
+}
+
+log_hold::log_hold(const log_ctx *ctx)
+    : first(std::min(ctx->fp, ctx->mirror_fp, std::less<>())),
+      second(std::max(ctx->fp, ctx->mirror_fp, std::less<>())) {
+  for (FILE *stream : {first, second})
+    if (stream != nullptr)
+      flockfile(stream);
+}
+
+log_hold::~log_hold() {
+  for (FILE *stream : {second, first})
+    if (stream != nullptr)
+      funlockfile(stream);
 }
 
 lard_t log_set_lard(log_ctx *ctx, lard_t handle) {

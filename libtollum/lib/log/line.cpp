@@ -106,13 +106,12 @@ bool put_prefix(line_room &room, const log_ctx *ctx, int level) {
   return n;
 }
 
-// The lock is held over both streams, so that they get the lines of several threads in one order.
+// Both streams are held, so that they get the lines of several threads in one order.
 void put_streams(log_ctx *ctx) {
-  flockfile(ctx->fp);
+  const log_hold hold(ctx);
   fputs(g_outbuf, ctx->fp);
   if (ctx->mirror_fp != nullptr && fileno(ctx->mirror_fp) != fileno(ctx->fp))
     fputs(g_outbuf, ctx->mirror_fp);
-  funlockfile(ctx->fp);
   std::atomic_ref(ctx->total_out).fetch_add(strlen(g_outbuf), std::memory_order_relaxed);
 }
 

@@ -1,0 +1,65 @@
+# libkorva, shared and static, for other programs: the engine with all it stands on, and what an
+# installation holds of it.
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+set(library_sources)
+foreach(part IN ITEMS korva_engine tollum)
+  get_target_property(directory ${part} SOURCE_DIR)
+  get_target_property(sources ${part} SOURCES)
+  list(TRANSFORM sources PREPEND ${directory}/)
+  list(APPEND library_sources ${sources})
+endforeach()
+
+# Compiled once for both, to machine code that every linker takes.
+add_library(korva_objects OBJECT ${library_sources})
+set_target_properties(korva_objects PROPERTIES
+  POSITION_INDEPENDENT_CODE ON
+  CXX_VISIBILITY_PRESET hidden
+  VISIBILITY_INLINES_HIDDEN ON)
+target_compile_options(korva_objects PRIVATE -fno-lto)
+target_include_directories(korva_objects PRIVATE vantor libtollum/include)
+target_link_libraries(korva_objects
+  PRIVATE korva_flags PkgConfig::BITSTREAM PkgConfig::LIBCONFIG)
+
+add_library(korva_shared SHARED $<TARGET_OBJECTS:korva_objects>)
+set_target_properties(korva_shared PROPERTIES
+  OUTPUT_NAME korva EXPORT_NAME korva VERSION ${PROJECT_VERSION} SOVERSION 0)
+target_link_libraries(korva_shared PRIVATE ${LIBCONFIG_LINK_LIBRARIES})
+set(export_map ${CMAKE_CURRENT_LIST_DIR}/libkorva.map)
+target_link_options(korva_shared
+  PRIVATE -Wl,-z,defs,-Bsymbolic-functions,--version-script=${export_map})
+set_property(TARGET korva_shared PROPERTY LINK_DEPENDS ${export_map})
+
+add_library(korva_static STATIC $<TARGET_OBJECTS:korva_objects>)
+set_target_properties(korva_static PROPERTIES OUTPUT_NAME korva)
+target_link_libraries(korva_static INTERFACE config stdc++)
+
+set(headers ${CMAKE_INSTALL_INCLUDEDIR}/korva)
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/korva)
+install(TARGETS korva_shared korva_static EXPORT korvaTargets
+  INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+  LIBRARY COMPONENT library NAMELINK_COMPONENT development
+  ARCHIVE COMPONENT development)
+install(FILES vantor/tsanalyze/tsan.h vantor/tsanalyze/readout.h
+  DESTINATION ${headers} COMPONENT development)
+install(FILES libtollum/include/log/api.h
+  DESTINATION ${headers} COMPONENT development RENAME log.h)
+
+install(EXPORT korvaTargets NAMESPACE korva::
+  DESTINATION ${package_dir} COMPONENT development FILE korvaConfig.cmake)
+write_basic_package_version_file(korvaConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+file(RELATIVE_PATH prefix_from_pc ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+configure_file(cmake/korva.pc.in korva.pc @ONLY)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/korvaConfigVersion.cmake
+  DESTINATION ${package_dir} COMPONENT development)
+install(FILES ${CMAKE_CURRENT_BINARY_DIR}/korva.pc
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+
+install(FILES docs/embedding.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
+install(FILES examples/CMakeLists.txt examples/datagrams.c examples/korva_ctypes.py
+  DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT development)
+install(FILES LICENSE
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libkorva0 COMPONENT library RENAME copyright)
+install(FILES LICENSE
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libkorva-dev COMPONENT development RENAME copyright)

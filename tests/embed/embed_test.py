@@ -1,0 +1,95 @@
+#!/usr/bin/env python3
+"""Uses the installed library as an outside program would: embed_test.py ROOT BUILD KORVA
+
+What is installed is used from a directory of its own: the program of docs/embedding.md and the
+examples are built there, with no path into the sources. Also: what the library exports is listed in
+exports.txt and documented in the headers, and each header stands alone.
+"""
+
+import os
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+import time
+
+root, build, korva = (pathlib.Path(arg).resolve() for arg in sys.argv[1:])
+os.chdir(work := pathlib.Path(tempfile.mkdtemp(prefix="korva-test-")).resolve())
+prefix = work / "prefix"
+STRICT = ["-pedantic", "-Wall", "-Wextra", "-Werror"]
+
+
+def run(*command, status=0, **options):
+    done = subprocess.run(command, capture_output=True, text=True, **options)
+    if done.returncode != status:
+        sys.exit(f"{command}: status {done.returncode}\n{done.stdout}{done.stderr}")
+    return done
+
+
+def masked(text):
+    text = re.sub(r"^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{6} UTC (\d+  )?", "", text, flags=re.M)
+    return re.sub(r"^.*(STARTING|EXIT\(0\))\. PID=\d+\n", "", text, flags=re.M)
+
+
+def check(ok, what):
+    if not ok:
+        sys.exit(f"{what}: see {work}")
+
+
+run("cmake", "--install", build, "--prefix", prefix)
+library = next(prefix.glob("**/libkorva.so.0"))
+headers = sorted((prefix / "include/korva").iterdir())
+os.environ.update(TZ="UTC", PKG_CONFIG_PATH=str(library.parent / "pkgconfig"))
+
+# Each header alone, in both languages.
+check([h.name for h in headers] == ["log.h", "readout.h", "tsan.h"], "installed headers")
+for header in headers:
+    for compiler, language, standard in ("cc", "c", "c11"), ("c++", "c++", "c++20"):
+        run(compiler, "-x", language, f"-std={standard}", *STRICT, "-fsyntax-only", "-I",
+            prefix / "include", "-", input=f"#include <korva/{header.name}>\n")
+
+# Exported is what the list has, and each name stands behind a comment that documents it.
+names = (root / "tests/embed/exports.txt").read_text().split()
+symbols = run("nm", "-D", "--defined-only", library).stdout.split()[2::3]
+check(sorted(names) == sorted(symbols), f"exports differ in {set(names) ^ set(symbols)}")
+manual = "\n".join(h.read_text() for h in headers)
+for name in names:
+    documented = rf"\*/\n(KORVA_API[^;]*;\n)*KORVA_API[^;]*\b{name}\b"
+    check(re.search(documented, manual), f"{name} is not documented")
+
+# The program of the page, shared and static: it prints what korva prints.
+page = (prefix / "share/doc/korva/embedding.md").read_text()
+(work / "probe.c").write_text(re.search(r"```c\n(.*?)```", page, re.S)[1])
+for name in "clean.ts", "damaged.ts":
+    (work / name).write_bytes((root / "samples" / name).read_bytes())
+for link in [], ["--static"]:
+    flags = run("pkg-config", "--cflags", "--libs", *link, "korva").stdout.split()
+    run("cc", "-std=c11", *STRICT, "probe.c", "-o", "probe", *flags, *[l[1:] for l in link])
+    env = {**os.environ, "LD_LIBRARY_PATH": "" if link else str(library.parent)}
+    said, expected = run("./probe", "damaged.ts", env=env), run(korva, "-a", "on", "damaged.ts")
+    check(masked(said.stderr) == masked(expected.stderr), "report differs")
+    check(masked(said.stdout) + "\n" == masked(expected.stdout), "terse lines differ")
+    check("tsan_stats END" in said.stderr and said.stdout.count("ALERT") == 4, "no report")
+
+# The examples, built with the CMake package. A lost datagram hits two streams alike.
+run("cmake", "-S", prefix / "share/doc/korva/examples", "-B", "examples", "-D",
+    f"CMAKE_PREFIX_PATH={prefix}")
+run("cmake", "--build", "examples")
+clean = (work / "clean.ts").read_bytes()
+for name in "datagrams", "datagrams_static":
+    pipes = dict.fromkeys(("stdin", "stdout", "stderr"), subprocess.PIPE)
+    program = subprocess.Popen([f"examples/{name}"], **pipes)
+    program.stdin.write(clean[: 281 * 7 * 188])
+    program.stdin.flush()
+    time.sleep(1.1)
+    said = program.communicate(clean[282 * 7 * 188 :])[0].decode()
+    for text in "ALERT CC-MLR stdin ", "STAT GLOBAL stdin ", "STAT PMTi stdin 1 ", "\nCC-MLR: 1\n":
+        check(text in said, f"{name} does not say {text}")
+
+script = prefix / "share/doc/korva/examples/korva_ctypes.py"
+said = run(sys.executable, script, "damaged.ts", library)
+check("CC-BRK program=1 pid=514 at 1:1[915]:(pcr=228600)+6\n" in said.stdout, said.stdout)
+check(" cc_brk=1 cc_rst=0 pmt_diff=1 pid_ndat=1\n" in said.stdout, said.stdout)
+
+run("rm", "-r", work)

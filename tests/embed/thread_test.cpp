@@ -1,0 +1,133 @@
+// Contexts in eight threads at once: each source gets what it gets alone, and neither lines nor
+// blocks (report, tables) of one are torn by another's.
+#include <algorithm>
+#include <cstdio>
+#include <latch>
+#include <span>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "log/log.h"
+#include "support/engine.h"
+
+namespace {
+
+enum : uint16_t { SOURCES = 8 };
+
+// A program with PIDs and damage of its own, whose PAT and PMT change again and again.
+ts_stream make_capture(uint16_t source) {
+  const auto pid = [&](int i) { return static_cast<uint16_t>(100 + 10 * source + i); };
+  ts_stream s;
+  uint64_t clock = 0;
+  for (uint8_t version = 0; version < 30; ++version) {
+    s.pat({{1, pid(0)}, {2, pid(3 + version)}}, {.version = version});
+    s.pmt(pid(0), {.pcr_pid = pid(1), .es = {{0x1b, pid(1)}, {0x0f, pid(2)}}, .version = version});
+    for (int i = 0; i < 5 + source; ++i) {
+      s.pcr(pid(1), clock += 3600);
+      s.pes(pid(1), {.pts = clock + 900});
+      s.lose(pid(2), i % (source + 2) == 0).pes(pid(2), {.pts = clock + 900u * source});
+    }
+  }
+  return s;
+}
+
+void analyze(uint16_t source, FILE *report, std::latch *start) {
+  tsan_config cfg;
+  tsan_default_config(&cfg);
+  cfg.access_log_alerts = true;
+  cfg.max_pdts_delta = cfg.max_pcr_delta = cfg.pcr_freq_ms = 1;
+  cfg.trk.cc_track = cfg.trk.pmt_diff = cfg.trk.pat_diff = true;
+  tsan_t ctx = tsan_init(("src" + std::to_string(source)).c_str(), &cfg, nullptr);
+  const ts_stream capture = make_capture(source);
+  start->arrive_and_wait();
+  for (const ts_packet &pkt : capture.packets) {
+    tsan_process(ctx, pkt.data());
+    if (tsan_get_pidx(ctx) % 50 != 0)
+      continue;
+    tsan_alog_stats(ctx);
+    tsan_dump_stats(report, ctx);
+  }
+  tsan_check_ndat(ctx);
+  tsan_free(ctx);
+}
+
+using texts = std::vector<std::string>;
+
+// The lines of a stream without their time stamps, each with the lines of the block that it heads.
+texts read_texts(FILE *stream) {
+  texts out;
+  rewind(stream);
+  for (char buf[4096]; fgets(buf, sizeof buf, stream);) {
+    const std::string line = buf;
+    const size_t zone = line.find(" UTC ");
+    const bool is_title = line.ends_with("PMT:\n") || line.starts_with("tsan_stats BEGIN");
+    if (zone == 26)
+      out.push_back(line.substr(zone));
+    else if (is_title || out.empty())
+      out.push_back(line);
+    else
+      out.back() += line;
+  }
+  return out;
+}
+
+// What the streams of both logs hold after the sources were analyzed at once. Each log mirrors into
+// the other's stream, and the reports go there too.
+std::pair<texts, texts> run(std::span<const uint16_t> sources) {
+  FILE *human = tmpfile(), *terse = tmpfile();
+  log_default(g_log, human);
+  log_mirror(g_log, terse);
+  log_default(g_access_log, terse);
+  log_mirror(g_access_log, human);
+  log_set_pid(g_access_log, 42);
+  std::latch start(std::ssize(sources));
+  std::vector<std::thread> threads;
+  for (const uint16_t source : sources)
+    threads.emplace_back(analyze, source, source % 2 == 0 ? human : terse, &start);
+  for (std::thread &thread : threads)
+    thread.join();
+  std::pair<texts, texts> out = {read_texts(human), read_texts(terse)};
+  fclose(human);
+  fclose(terse);
+  *g_log = *g_access_log = {};
+  return out;
+}
+
+texts of_source(const texts &all, uint16_t source) {
+  texts out;
+  std::ranges::copy_if(all, std::back_inserter(out), [&](const std::string &text) {
+    return text.find("src" + std::to_string(source)) != std::string::npos;
+  });
+  return out;
+}
+
+void compare(texts together, texts alone) {
+  for (uint16_t source = 0; source < SOURCES; ++source) {
+    const texts lines = of_source(together, source);
+    EXPECT_GT(lines.size(), 500);
+    EXPECT_EQ(lines, of_source(alone, source));
+  }
+  std::ranges::sort(together);
+  std::ranges::sort(alone);
+  EXPECT_EQ(together, alone);
+}
+
+} // namespace
+
+TEST(threads, every_source_gets_what_it_gets_alone) {
+  test_now = {100, 0};
+  g_mod_ll[0] = INFO_level;
+  std::vector<uint16_t> sources;
+  texts human, terse;
+  for (uint16_t source = 0; source < SOURCES; ++source) {
+    sources.push_back(source);
+    const auto alone = run({&source, 1});
+    human.insert(human.end(), alone.first.begin(), alone.first.end());
+    terse.insert(terse.end(), alone.second.begin(), alone.second.end());
+  }
+  const auto together = run(sources);
+  compare(together.first, human);
+  compare(together.second, terse);
+  g_mod_ll[0] = NORM_level;
+}
