@@ -3,11 +3,12 @@
 _korva() {
   local shorts='-t -v -V -? -S -s -a -H -r -m -C -Y -k -A'
   local longs='--verbose --version --options --srctag --maxskip --alerts --hushlog --from --maxnum
-    --config --syslog --track --analyze'
+    --config --syslog --track --analyze --exit-alerts --json --progress --report'
   local analyzer='on off enable disable skipped_pkts= pdts_delta= pcr_delta= pcr_freq=
     max_zreset_time= cc_track='
   local traces='sdt_i misc_i pdts_u pat_pmt pcr_u cc_t pmt_d pat_d'
   local facilities='user local0 local1 local2 local3 local4 local5 local6 local7'
+  local kinds='CC-BRK CC-RST PCR-DELTA AV-DELTA0 AV-DELTA+ PCR-FREQ PAT-DIFF PMT-DIFF PID-NDAT'
 
   # The words up to the cursor, not yet cut at "=" and ":".
   local line=${COMP_LINE:0:COMP_POINT} words word prev
@@ -46,7 +47,15 @@ _korva() {
       [[ $before ]] || choices+=' all'
       ;;
     -S | --srctag | -s | --maxskip | -r | --from | -m | --maxnum) ;;
-    -C | --config) compopt -o default ;;
+    --exit-alerts)
+      local before= kind
+      [[ ${words[-1]} == *=* ]] || { kinds= && compopt -o default; } # the argument is optional
+      [[ $word == *,* ]] && before=${word%,*},
+      for kind in $kinds; do
+        choices+=" $before$kind"
+      done
+      ;;
+    -C | --config | --json | --report) compopt -o default ;;
     *)
       case $word in
         --*) choices=$longs ;;

@@ -51,9 +51,9 @@ if shutil.which("mandoc"):
 # Options.
 items = [line for line in page.splitlines() if line.startswith(".It Fl")]
 in_page = set(re.findall(r"Fl (?:\\&)?(\S)(?=\s|$)", "\n".join(items)))
-long_in_page = set(re.findall(r"Fl Fl (\w+)", "\n".join(items)))
+long_in_page = set(re.findall(r"Fl Fl ([\w-]+)", "\n".join(items)))
 shorts = set(re.search(r'short_options\[\] = "([^"]+)"', options)[1]) - {":"}
-longs = set(re.findall(r'\{"(\w+)", \w+_argument', options))
+longs = set(re.findall(r'\{"([\w-]+)", \w+_argument', options))
 usage = set(re.findall(r"^ {7}-(\S)", run(program, "-?").stderr, re.M))
 check(in_page == shorts, f"korva.1 and options.cpp differ in {in_page ^ shorts}")
 check(long_in_page == longs, f"korva.1 and options.cpp differ in {long_in_page ^ longs}")

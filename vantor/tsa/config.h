@@ -5,6 +5,7 @@
 
 #include <cstddef>
 
+#include "tsa/exit_alerts.h"
 #include "tsanalyze/tsan.h"
 
 struct config {
@@ -13,6 +14,10 @@ struct config {
   tsan_config tsa;    // the analyzer's settings
   off_t start_rec;    // first packet to read, 1-based; 0 and 1 are the start of the file
   size_t max_records; // packets to analyze, 0 = all
+
+  const char *json_path, *report_path; // or null; words of the command line
+  bool progress;
+  exit_alerts exit;
 };
 
 extern config g_cfg;

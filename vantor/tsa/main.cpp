@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -12,6 +13,7 @@
 #include "tsa/config.h"
 #include "tsa/exit_status.h"
 #include "tsa/options.h"
+#include "tsa/outputs.h"
 #include "tsa/packet_file.h"
 #include "tsa/usage.h"
 #include "tsanalyze/tsan.h"
@@ -28,6 +30,9 @@ struct run_state {
   packet_file file;
   size_t bytes = 0;   // delivered by all blocks
   size_t records = 0; // packets analyzed
+  run_end end = run_end::failed;
+  int open_errno = 0;
+  outputs out;
 };
 
 // Asks the read loop to stop. Prints "\nSIG(%d)\n" by hand: formatted output is not to be had
@@ -88,12 +93,29 @@ int read_loop(run_state &run) {
     if (block.empty())
       return 0;
     run.bytes += block.size();
+    run.out.line.advance(run.bytes);
     for (size_t at = 0; at < block.size() && !g_quit; at += PKT_SIZE, ++run.records) {
       const int rc = tsan_process(run.ctx, &block[at]);
       if (rc != 0 || (g_cfg.max_records != 0 && g_cfg.max_records <= run.records))
         return rc;
     }
   }
+}
+
+run_end end_of_loop(const run_state &run, int rc) {
+  if (rc != 0)
+    return run_end::stopped;
+  if (g_quit)
+    return run_end::signal;
+  // The packet that met the limit was analyzed, but not counted.
+  return tsan_get_pidx(run.ctx) > run.records ? run_end::limit : run_end::complete;
+}
+
+void start_progress(run_state &run) {
+  if (!g_cfg.progress)
+    return;
+  const uint64_t todo = run.file.remaining(), limit = g_cfg.max_records * PKT_SIZE;
+  run.out.line.start(limit != 0 ? std::min(limit, todo) : todo);
 }
 
 int analyze_file(run_state &run) {
@@ -103,7 +125,10 @@ int analyze_file(run_state &run) {
   LOG(g_log, NORM_level, "%s STARTING. PID=%ld\n", app_info(), static_cast<long>(getpid()));
   LOG(g_log, INFO_level, "reading [%s]\n", g_cfg.fpath);
 
+  start_progress(run);
   const int rc = read_loop(run);
+  run.end = end_of_loop(run, rc);
+  run.out.line.finish();
 
   tsan_check_ndat(run.ctx);
   LOG(g_log, INFO_level, "%zu/%zu bytes/records read from [%s]\n", run.bytes, run.records,
@@ -117,12 +142,18 @@ int run_program(int argc, char **argv, run_state &run) {
   int rc = parse_options(argc, argv);
   if (rc != 0)
     return rc;
+  if (run.out.open() != 0)
+    return -1;
   run.ctx = tsan_init(nullptr, &g_cfg.tsa, &rc);
   if (!run.ctx)
     return rc;
+  run.out.listen(run.ctx);
   TASSERT(g_cfg.fpath[0]);
   if (const int err = run.file.open(g_cfg.fpath)) {
     fprintf(stderr, "Cannot open [%s]: %s\n", g_cfg.fpath, strerror(err));
+    run.end = run_end::cannot_open;
+    run.open_errno = err;
+    run.out.cannot_open(err);
     return rc;
   }
   rc = seek_start(run.file);
@@ -138,10 +169,17 @@ void report_lost_output(FILE *stream, const char *name) {
 // The one way out: every run that got as far as its options ends here.
 int finish(run_state &run, int rc) {
   run.file.close();
-  if (run.ctx)
-    tsan_free(run.ctx);
   if (rc < 0)
     rc = EXIT_STATUS_FAILED;
+  if (run.ctx) {
+    rc = run.out.finish({.ctx = run.ctx,
+                         .end = run.end,
+                         .status = rc,
+                         .open_errno = run.open_errno,
+                         .bytes = run.bytes,
+                         .records = run.records});
+    tsan_free(run.ctx);
+  }
   LOG(g_log, NORM_level, "%s EXIT(%d). PID=%ld\n", app_info(), rc, static_cast<long>(getpid()));
   report_lost_output(stdout, "output");
   report_lost_output(stderr, "error");

@@ -25,14 +25,29 @@ namespace {
 
 constexpr char short_options[] = "tvV?S:s:a:Hr:m:C:Y:k:A:";
 
+// Options without a letter. Their names begin with letters that no name above them in the table
+// begins with, so that an abbreviation of one of those stays one.
+enum : int { OPT_JSON = 256, OPT_EXIT_ALERTS, OPT_PROGRESS, OPT_REPORT };
+
 constexpr option long_options[] = {
-    {"verbose", no_argument, nullptr, 'v'},       {"version", no_argument, nullptr, 'V'},
-    {"options", no_argument, nullptr, '?'},       {"srctag", required_argument, nullptr, 'S'},
-    {"maxskip", required_argument, nullptr, 's'}, {"alerts", required_argument, nullptr, 'a'},
-    {"hushlog", no_argument, nullptr, 'H'},       {"from", required_argument, nullptr, 'r'},
-    {"maxnum", required_argument, nullptr, 'm'},  {"config", required_argument, nullptr, 'C'},
-    {"syslog", required_argument, nullptr, 'Y'},  {"track", required_argument, nullptr, 'k'},
-    {"analyze", required_argument, nullptr, 'A'}, {nullptr, 0, nullptr, 0},
+    {"verbose", no_argument, nullptr, 'v'},
+    {"version", no_argument, nullptr, 'V'},
+    {"options", no_argument, nullptr, '?'},
+    {"srctag", required_argument, nullptr, 'S'},
+    {"maxskip", required_argument, nullptr, 's'},
+    {"alerts", required_argument, nullptr, 'a'},
+    {"hushlog", no_argument, nullptr, 'H'},
+    {"from", required_argument, nullptr, 'r'},
+    {"maxnum", required_argument, nullptr, 'm'},
+    {"config", required_argument, nullptr, 'C'},
+    {"syslog", required_argument, nullptr, 'Y'},
+    {"track", required_argument, nullptr, 'k'},
+    {"analyze", required_argument, nullptr, 'A'},
+    {"json", required_argument, nullptr, OPT_JSON},
+    {"exit-alerts", optional_argument, nullptr, OPT_EXIT_ALERTS},
+    {"progress", no_argument, nullptr, OPT_PROGRESS},
+    {"report", required_argument, nullptr, OPT_REPORT},
+    {nullptr, 0, nullptr, 0},
 };
 
 // Copies at most size - 1 characters; the rest of `dst` reads as zeros.
@@ -131,6 +146,17 @@ int apply_option(int opt, const char *arg) {
     return set_tracking(arg);
   case 'A':
     return tsan_cli_opt(arg, &tsa) == 0 ? 0 : EXIT_STATUS_INVAL;
+  case OPT_JSON:
+    g_cfg.json_path = arg;
+    return 0;
+  case OPT_EXIT_ALERTS:
+    return g_cfg.exit.choose(arg) == 0 ? 0 : EXIT_STATUS_INVAL;
+  case OPT_PROGRESS:
+    g_cfg.progress = true;
+    return 0;
+  case OPT_REPORT:
+    g_cfg.report_path = arg;
+    return 0;
   default: // acted in the first pass
     return 0;
   }
@@ -148,10 +174,7 @@ int second_pass(int argc, char **argv) {
 
 void init_config() {
   g_cfg = {};
-  g_cfg.tsa.is_enabled = true;
-  g_cfg.tsa.max_skip_pkts = 5000;
-  g_cfg.tsa.cc_track = true;
-  g_cfg.tsa.cc_max_ms0_ms = 30;
+  tsan_default_config(&g_cfg.tsa);
 }
 
 int parse_options(int argc, char **argv) {

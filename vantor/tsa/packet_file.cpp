@@ -1,6 +1,7 @@
 #include "tsa/packet_file.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +15,14 @@ int packet_file::open(const char *path) {
 
 int packet_file::seek(off_t offset) {
   return lseek(fd, offset, SEEK_SET) == -1 ? errno : 0;
+}
+
+uint64_t packet_file::remaining() const {
+  struct stat st;
+  const off_t at = lseek(fd, 0, SEEK_CUR);
+  if (at == -1 || fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_size < at)
+    return 0;
+  return static_cast<uint64_t>(st.st_size - at);
 }
 
 // Reads until there is a block, or no more.

@@ -20,6 +20,9 @@ public:
   // lseek(2).
   int seek(off_t offset);
 
+  // Bytes from where it stands to the end, 0 when that is not known. Before anything is read.
+  uint64_t remaining() const;
+
   // The next packets, in place; valid until the next call. Empty at the end of the file and after a
   // read error; a partial packet at the end is not delivered.
   std::span<const uint8_t> next_block();

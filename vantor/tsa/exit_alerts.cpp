@@ -1,0 +1,45 @@
+#include "tsa/exit_alerts.h"
+
+#include <cerrno>
+#include <cstdio>
+
+#include "tsa/exit_status.h"
+
+namespace {
+
+constexpr unsigned ALL_KINDS = (1u << TSAN_ALERT_KINDS) - 1;
+
+// The bit of a kind, 0 for an unknown name.
+unsigned kind_bit(std::string_view name) {
+  for (unsigned kind = 0; kind < TSAN_ALERT_KINDS; ++kind)
+    if (name == tsan_alert_name(static_cast<tsan_alert_kind>(kind)))
+      return 1u << kind;
+  return 0;
+}
+
+} // namespace
+
+int exit_alerts::choose(const char *kinds) {
+  if (!kinds) {
+    chosen = ALL_KINDS;
+    return 0;
+  }
+  for (std::string_view rest = kinds;;) {
+    const std::string_view name = rest.substr(0, rest.find(','));
+    const unsigned bit = kind_bit(name);
+    if (bit == 0) {
+      fprintf(stderr, "Unknown kind of alert in --exit-alerts: [%.*s]\n",
+              static_cast<int>(name.size()), name.data());
+      return EINVAL;
+    }
+    chosen |= bit;
+    if (name.size() == rest.size())
+      return 0;
+    rest.remove_prefix(name.size() + 1);
+  }
+}
+
+int exit_alerts::status(int status, bool cannot_open) const {
+  const bool is_hit = cannot_open ? is_on() : (chosen & raised) != 0;
+  return status == EXIT_STATUS_OK && is_hit ? EXIT_STATUS_ALERTS : status;
+}

@@ -1,0 +1,23 @@
+// --exit-alerts: an exit status of its own for runs with alerts.
+#pragma once
+
+#include <string_view>
+
+#include "tsanalyze/readout.h"
+
+class exit_alerts {
+public:
+  // Chooses the kinds that count: names as in the logs, with commas between; null: all. Returns 0,
+  // or 22 (EINVAL) after a report on standard error.
+  int choose(const char *kinds);
+
+  bool is_on() const { return chosen != 0; }
+  void alert(const tsan_alert &a) { raised |= 1u << a.kind; }
+
+  // The status of a run that would end with `status`: a file that could not be opened counts like
+  // an alert of every kind.
+  int status(int status, bool cannot_open) const;
+
+private:
+  unsigned chosen = 0, raised = 0; // bit per tsan_alert_kind
+};

@@ -1,0 +1,36 @@
+// What a run tells beside the logs and the report: --json, --report, --exit-alerts and --progress,
+// all fed from one read-out of the analyzer. Without them there is none.
+#pragma once
+
+#include "tsa/exit_alerts.h"
+#include "tsa/output_file.h"
+#include "tsa/progress.h"
+#include "tsa/report_data.h"
+#include "tsa/run_info.h"
+
+class outputs {
+public:
+  // Creates the files that were asked for. Returns 0, or -1 after a report on standard error.
+  int open();
+
+  // Begins to listen to the analyzer.
+  void listen(tsan_t ctx);
+
+  // Records that the file could not be opened.
+  void cannot_open(int error);
+
+  // Completes all files. Returns the status of the run.
+  int finish(run_info run);
+
+  progress line;
+
+private:
+  static void on_alert(void *self, const tsan_alert *alert);
+  static void on_sample(void *self, const tsan_sample *sample);
+
+  bool collects() const { return json.is_open() || page.is_open(); }
+
+  output_file json, page;
+  exit_alerts exit;
+  report_data data;
+};

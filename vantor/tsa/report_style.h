@@ -1,0 +1,73 @@
+// How the report looks: paper and ink, one colour for what was measured, one for what is wrong.
+#pragma once
+
+inline constexpr char report_style[] = R"(
+:root{color-scheme:light dark;--paper:#fbfaf6;--card:#fff;--ink:#1d1d1b;--soft:#66645c;--rule:#dcd8cc;
+--blue:#1f5582;--band:#1f558233;--red:#b3261e;--green:#2c6a41;--amber:#8a5a00}
+@media(prefers-color-scheme:dark){:root{--paper:#121417;--card:#191c20;--ink:#e6e3dc;--soft:#a09d94;
+--rule:#33373d;--blue:#86b8e6;--band:#86b8e63d;--red:#ff8f80;--green:#8ccf9f;--amber:#e6b85c}}
+*{box-sizing:border-box}
+body{margin:0;background:var(--paper);color:var(--ink);font:15px/1.45 system-ui,sans-serif;
+font-variant-numeric:tabular-nums}
+main{max-width:1080px;margin:0 auto;padding:28px 20px 48px}
+h1{font-size:24px;line-height:1.2;margin:2px 0 18px;overflow-wrap:anywhere}
+h2{font-size:17px;margin:38px 0 10px;padding-top:10px;border-top:2px solid var(--ink)}
+h3{font-size:15px;margin:24px 0 6px}
+h3 small{font-weight:400;color:var(--soft);font-size:13px}
+p{margin:6px 0;max-width:70ch}
+.kicker,.note,footer{color:var(--soft);font-size:13px}
+.kicker{margin:0;letter-spacing:.04em}
+.verdict{border-left:6px solid var(--c);background:var(--card);padding:12px 16px}
+.verdict strong{display:block;font-size:22px;line-height:1.25;color:var(--c)}
+.good{--c:var(--green)}.bad{--c:var(--red)}.warn{--c:var(--amber)}
+dl{display:flex;flex-wrap:wrap;gap:10px 26px;margin:16px 0}
+dl div{min-width:0}
+dt{font-size:12px;color:var(--soft)}
+dd{margin:0;overflow-wrap:anywhere}
+.numbers{display:grid;grid-template-columns:repeat(8,minmax(0,76px));gap:2px 14px;margin:6px 0 8px}
+.scroll{overflow-x:auto}
+table{border-collapse:collapse;width:100%}
+th{font-size:12px;font-weight:400;color:var(--soft);text-align:left}
+th,td{padding:4px 14px 4px 0;border-bottom:1px solid var(--rule);vertical-align:top}
+.n{text-align:right;white-space:nowrap}
+.n:first-child{width:1%}
+td:first-child,.k{white-space:nowrap}
+.hit{color:var(--red);font-weight:600}
+.zero{color:var(--soft)}
+svg{display:block;width:100%;overflow:hidden}
+path{vector-effect:non-scaling-stroke;fill:none;stroke-width:1px}
+.lane{display:grid;grid-template-columns:240px minmax(0,1fr);gap:0 12px;align-items:center}
+.lane>div:first-child{display:flex;justify-content:space-between;gap:8px;white-space:nowrap}
+.lane b{font-weight:600}
+.strip{height:20px;background:var(--card);border-bottom:1px solid var(--rule)}
+.strip path{stroke:var(--red);stroke-width:3px}
+.plot{display:grid;grid-template-columns:minmax(0,4fr) minmax(0,1fr);gap:0 28px}
+.curve{position:relative;padding-left:56px}
+.curve svg{height:132px}
+.y{position:absolute;left:0;top:0;width:48px;height:132px;font-size:11px;color:var(--soft)}
+.y span{position:absolute;right:0;transform:translateY(50%);line-height:1}
+.x{position:relative;height:18px;font-size:11px;color:var(--soft)}
+.x span{position:absolute;top:4px;line-height:1;transform:translateX(-50%);white-space:nowrap}
+.x span:first-child{transform:none}
+.histo .x span:last-child{transform:translateX(-100%)}
+.histo svg{height:132px;border-bottom:1px solid var(--soft)}
+.grid{stroke:var(--rule)}
+.band{fill:var(--band);stroke:var(--band)}
+.avg{stroke:var(--blue);stroke-width:1.6px}
+.limit{stroke:var(--red);stroke-dasharray:5 4}
+.cut{stroke:var(--red);stroke-width:3px}
+.bars{fill:var(--blue);stroke:none;opacity:.75}
+footer{margin-top:44px;border-top:1px solid var(--rule);padding-top:10px}
+@media(max-width:640px){main{padding:18px 14px 36px}h1{font-size:20px}
+.lane{grid-template-columns:minmax(0,1fr)}.lane>div:first-child{margin-top:8px}
+.plot{grid-template-columns:minmax(0,1fr)}.curve{padding-left:44px}.y{width:38px}
+.histo{padding-left:44px;margin-top:8px}.histo svg{height:72px}
+.x span:nth-child(even){visibility:hidden}.histo .x span{visibility:visible}
+th,td{padding-right:10px}table{font-size:14px}
+.numbers{grid-template-columns:repeat(4,minmax(0,1fr))}
+.list tr:first-child{display:none}
+.list tr{display:flex;flex-wrap:wrap;gap:0 12px;padding:6px 0;border-bottom:1px solid var(--rule)}
+.list td{border:0;padding:0}.list .n{width:auto}.list .w{flex-basis:100%;order:1}
+.list .i::before{content:"PID "}.list .p::before{content:"packet "}.list .b::before{content:"byte "}}
+@media print{body{background:none}h2,h3{break-after:avoid}.plot,.lane{break-inside:avoid}}
+)";

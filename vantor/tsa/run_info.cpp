@@ -1,0 +1,44 @@
+#include "tsa/run_info.h"
+
+#include <algorithm>
+
+#include "tsa/config.h"
+#include "tsa/packet_file.h"
+
+uint64_t packet_offset(uint64_t pkt_idx) {
+  const auto skipped = static_cast<uint64_t>(std::max<off_t>(g_cfg.start_rec, 1) - 1);
+  return (skipped + pkt_idx - 1) * PKT_SIZE;
+}
+
+const char *run_end_name(run_end end) {
+  constexpr const char *names[] = {"complete", "limit",  "signal",
+                                   "stopped",  "failed", "cannot-open"};
+  return names[static_cast<size_t>(end)];
+}
+
+size_t measure_limit_ms(tsan_sample_kind kind) {
+  const size_t limits[] = {g_cfg.tsa.pcr_freq_ms, g_cfg.tsa.max_pcr_delta,
+                           g_cfg.tsa.max_pdts_delta};
+  return limits[kind];
+}
+
+tsan_stats stats_of(tsan_t ctx) {
+  tsan_stats stats = {};
+  stats.size = sizeof stats;
+  tsan_get_stats(ctx, &stats);
+  return stats;
+}
+
+tsan_program_stats stats_of(tsan_t ctx, size_t program) {
+  tsan_program_stats stats = {};
+  stats.size = sizeof stats;
+  tsan_get_program_stats(ctx, program, &stats);
+  return stats;
+}
+
+tsan_stream_stats stats_of(tsan_t ctx, size_t program, size_t stream) {
+  tsan_stream_stats stats = {};
+  stats.size = sizeof stats;
+  tsan_get_stream_stats(ctx, program, stream, &stats);
+  return stats;
+}
