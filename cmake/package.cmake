@@ -5,7 +5,7 @@ set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME program)
 
 install(TARGETS korva RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(FILES docs/korva.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-install(FILES docs/alerts.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES docs/alerts.md docs/korva.schema.json DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES docs/korva.conf DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME copyright)
 install(FILES completions/korva.bash
