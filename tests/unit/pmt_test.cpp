@@ -56,7 +56,8 @@ ALERT PMT-DIFF src 100 3 4 101 0:M[9]
 
 TEST(pmt, limits) {
   engine e;
-  e->dat.program = &e->pg[0];
+  const dgram_info place = {0, -1, false, true, &e->pg[0], nullptr};
+  e->dat = &place;
   for (uint16_t pid = 1; pid <= 65; ++pid)
     EXPECT_EQ(add_stream(e, pid, 3), pid <= 64 ? pid - 1 : -1);
   EXPECT_EQ(e.run(), "(ERR)  FSCN  add_stream: [src] too many streams: 64\n");

@@ -195,6 +195,6 @@ int main(int argc, char **argv) {
     usage(argv[0], EXIT_STATUS_USAGE);
   open_logs();
   init_config();
-  static run_state run; // its read buffer is too large for a small stack
+  run_state run;
   return finish(run, run_program(argc, argv, run));
 }

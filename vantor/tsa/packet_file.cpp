@@ -7,10 +7,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <new>
 
 int packet_file::open(const char *path) {
   fd = ::open(path, O_RDONLY);
-  return fd == -1 ? errno : 0;
+  if (fd == -1)
+    return errno;
+  buf.reset(new (std::nothrow) uint8_t[CAPACITY]()); // zeroed: its pages are there before packets
+  return buf ? 0 : ENOMEM;
 }
 
 int packet_file::seek(off_t offset) {
@@ -27,11 +31,11 @@ uint64_t packet_file::remaining() const {
 
 // Reads until there is a block, or no more.
 void packet_file::refill() {
-  memmove(buf, buf + begin, end - begin);
+  memmove(buf.get(), &buf[begin], end - begin);
   end -= begin;
   begin = 0;
   while (end < BLOCK_SIZE && !at_end) {
-    const ssize_t n = read(fd, buf + end, CAPACITY - end);
+    const ssize_t n = read(fd, &buf[end], CAPACITY - end);
     if (n > 0)
       end += static_cast<size_t>(n);
     else
@@ -43,7 +47,7 @@ std::span<const uint8_t> packet_file::next_block() {
   if (end - begin < BLOCK_SIZE)
     refill();
   const size_t size = std::min<size_t>(end - begin, BLOCK_SIZE) / PKT_SIZE * PKT_SIZE;
-  const std::span block(buf + begin, size);
+  const std::span block(&buf[begin], size);
   begin += size;
   return block;
 }

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 
 #include <sys/types.h>
@@ -13,7 +14,7 @@ enum : size_t { PKT_SIZE = 188, BLOCK_PKTS = 100 };
 // at most 100, as soon as a block is there: a pipe is followed as closely as its writer fills it.
 class packet_file {
 public:
-  // Returns 0, or the errno of open(2).
+  // Returns 0, the errno of open(2), or ENOMEM.
   int open(const char *path);
 
   // Goes to a byte offset from the start, before anything is read. Returns 0, or the errno of
@@ -30,12 +31,14 @@ public:
   void close();
 
 private:
-  enum : size_t { BLOCK_SIZE = BLOCK_PKTS * PKT_SIZE, CAPACITY = 16 * BLOCK_SIZE };
+  // As large as the second-level cache of a server core: the kernel copies faster into memory that
+  // is not in that cache than into memory that is.
+  enum : size_t { BLOCK_SIZE = BLOCK_PKTS * PKT_SIZE, CAPACITY = 44 * BLOCK_SIZE };
 
   void refill();
 
   int fd = -1;
   bool at_end = false;
   size_t begin = 0, end = 0; // bytes read and not handed out
-  uint8_t buf[CAPACITY];
+  std::unique_ptr<uint8_t[]> buf;
 };

@@ -58,7 +58,7 @@ void check_audio_stamps(tsan_ctx *tc, stream_info *stm) {
 
 int analyze_pkt(tsan_ctx *tc, ts_pkt pkt) {
   program_info *pg = prog(tc);
-  stream_info *stm = tc->dat.stream;
+  stream_info *stm = tc->dat->stream;
 
   if (pg->stat.acount == 0) {
     tc->pre_skipped = tc->ptotal - 1;

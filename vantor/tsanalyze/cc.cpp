@@ -104,9 +104,9 @@ void report_gap(tsan_ctx *tc, cc_info *state, uint32_t pid, int32_t cc) {
 } // namespace
 
 void cc_track(tsan_ctx *tc, uint32_t pid, uint32_t cc) {
-  const ssize_t i = tc->dat.istm;
+  const ssize_t i = tc->dat->istm;
   TASSERT(i >= 0 && i < (ssize_t)prog(tc)->nstreams);
-  cc_info *state = &tc->dat.stream->cc;
+  cc_info *state = &tc->dat->stream->cc;
   const auto current = static_cast<int32_t>(cc);
 
   if (state->value != -1) {

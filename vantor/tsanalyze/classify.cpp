@@ -75,7 +75,7 @@ void handle_pcr(tsan_ctx *tc, ts_pkt pkt) {
 void handle_pes(tsan_ctx *tc, ts_pkt pkt) {
   const pkt_bytes payload = ts_get_payload(pkt);
   if (is_pes_pkt(payload))
-    update_pts_dts(tc, payload, tc->dat.stream);
+    update_pts_dts(tc, payload, tc->dat->stream);
 }
 
 // Only a PID that the program's PMT lists as a stream can bring its PCR.
@@ -94,7 +94,7 @@ void handle_other(tsan_ctx *tc, ts_pkt pkt) {
       LOG(g_log, INFO_level, "[%s] disregarding SDT at %s\n", tc->cfg.source, ptag(tc));
   } else if (pid == PID_PAT) {
     handle_pat(tc, pkt);
-  } else if (tc->dat.is_pmt) {
+  } else if (tc->dat->is_pmt) {
     handle_pmt(tc, pkt, pid);
   } else if (tc->cfg.trk.misc_ignore) {
     LOG(g_log, INFO_level, "%s: [%s] ignoring pid=%u %s\n", "upsert_pkt_info", tc->cfg.source, pid,
@@ -105,7 +105,7 @@ void handle_other(tsan_ctx *tc, ts_pkt pkt) {
 } // namespace
 
 ssize_t upsert_pkt_info(tsan_ctx *tc, ts_pkt pkt) {
-  const ssize_t istm = tc->dat.istm;
+  const ssize_t istm = tc->dat->istm;
   if (istm >= 0 && ts_pid(pkt) != PID_SDT)
     handle_stream(tc, pkt);
   else

@@ -7,32 +7,37 @@
 #include "tsanalyze/records.h"
 #include "tsanalyze/tsan.h"
 
+// Nothing that is known, the PAT, each program's PMT, each stream.
+enum : size_t { MAX_PLACES = 2 + MAX_PMTS + MAX_PMTS * MAX_NSTREAMS };
+
 struct tsan_ctx {
   tsan_config cfg;
   uint32_t pmt_pid[MAX_PMTS]; // a 0 ends the list
   program_info pg[MAX_PMTS];
   size_t nprogs;
-  dgram_info dat;
-  uint64_t ndat_pcount; // deadline of the silent-track check, 0 = not armed
-  char ptag[MAX_PTAG];  // read it with ptag()
+  const dgram_info *dat; // where the current packet belongs
+  uint64_t ndat_pcount;  // deadline of the silent-track check, 0 = not armed
+  char ptag[MAX_PTAG];   // read it with ptag()
   time_t last_stats_dumped;
   cc_alert_ctx last_cca;
   uint64_t last_pkt_idx; // 1-based
   psi_block pat;         // the first PAT of the run
   psi_block *new_pat;    // a later PAT being gathered, or null
+  seen_section seen_pat; // a later PAT, of one section, known to be equal to the first
   uint64_t pre_skipped;
   gen_alert_count gac;
   timespec start_tm;
   uint64_t ptotal;
   uint64_t atotal;
 
-  pid_use pids[TS_PIDS]; // what setup_dat() looks up
   program_info *last_pg; // program of the last packet that had one, or null
-  bool ptag_stale;       // ptag is still that of an earlier packet
+  uint64_t ptag_ptotal;  // ptotal when ptag was made
   time_t idle_notice_tm; // wall-clock second of the last idle notice
   time_t lostsync_start; // wall-clock second at which the lost-sync window began
   size_t lostsync_count; // cases in that window
   tsan_readout readout;
+  dgram_info places[MAX_PLACES];   // everything that a PID can carry; an entry never changes
+  const dgram_info *pids[TS_PIDS]; // what each PID carries now (pids.h)
 };
 
 // It is allocated zeroed and overwritten with zeros at the end.
@@ -40,11 +45,11 @@ static_assert(std::is_trivial_v<tsan_ctx>);
 
 // Program of the current packet.
 inline program_info *prog(tsan_ctx *tc) {
-  return tc->dat.program;
+  return tc->dat->program;
 }
 
 // Program that counts as the current one: the packet's own or, for a packet of no program, that of
 // the last packet that had one. Null before there was any.
 inline program_info *current_pg(tsan_ctx *tc) {
-  return tc->dat.program ? tc->dat.program : tc->last_pg;
+  return tc->dat->program ? tc->dat->program : tc->last_pg;
 }

@@ -162,6 +162,7 @@ void free_new_pat(tsan_ctx *tc) {
 } // namespace
 
 void process_PAT(tsan_ctx *tc, psi_section *sec) {
+  tc->seen_pat.size = 0; // the reference is about to change
   if (!psi_block_add(&tc->pat, sec)) {
     LOG(g_log, DEBUG_level, "%s: (%p) not all sections gathered yet\n", __func__,
         static_cast<void *>(tc));
@@ -191,7 +192,10 @@ void process_PAT(tsan_ctx *tc, psi_section *sec) {
 }
 
 void another_PAT(tsan_ctx *tc, psi_section *sec) {
-  if (!tc->new_pat) {
+  const bool is_first_section = !tc->new_pat;
+  if (is_first_section && is_seen_section(&tc->seen_pat, sec) && !tc->cfg.trk.pat_pmt_pkt)
+    return;
+  if (is_first_section) {
     tc->new_pat = static_cast<psi_block *>(W_calloc(__func__, 1, sizeof(psi_block)));
     if (!tc->new_pat)
       return;
@@ -209,5 +213,7 @@ void another_PAT(tsan_ctx *tc, psi_section *sec) {
     LOG(g_log, INFO_level, "%s: new PAT ready for comparison at %s\n", __func__, ptag(tc));
   if (!psi_table_compare(tc->pat.sec, tc->new_pat->sec))
     merge_PATs(tc, psi_get_lastsection(sec->data));
+  else if (is_first_section)
+    remember_section(&tc->seen_pat, sec);
   free_new_pat(tc);
 }

@@ -2,17 +2,46 @@
 
 #include <algorithm>
 
+namespace {
+
+enum : size_t { NOTHING, PAT, FIRST_PMT, FIRST_STREAM = FIRST_PMT + MAX_PMTS };
+
+const dgram_info *place(tsan_ctx *tc, size_t index, const dgram_info &content) {
+  tc->places[index] = content;
+  return &tc->places[index];
+}
+
+const dgram_info *nothing(tsan_ctx *tc) {
+  return place(tc, NOTHING, {-1, -1, false, false, nullptr, nullptr});
+}
+
+const dgram_info *pat(tsan_ctx *tc) {
+  return place(tc, PAT, {-1, -1, true, false, nullptr, nullptr});
+}
+
+const dgram_info *pmt(tsan_ctx *tc, size_t i) {
+  return place(tc, FIRST_PMT + i, {static_cast<ssize_t>(i), -1, false, true, &tc->pg[i], nullptr});
+}
+
+const dgram_info *stream(tsan_ctx *tc, size_t i, size_t j) {
+  return place(tc, FIRST_STREAM + i * MAX_NSTREAMS + j,
+               {static_cast<ssize_t>(i), static_cast<ssize_t>(j), false, false, &tc->pg[i],
+                &tc->pg[i].stm[j]});
+}
+
+} // namespace
+
 void pids_rebuild(tsan_ctx *tc) {
-  std::ranges::fill(tc->pids, pid_use{-1, -1});
+  std::ranges::fill(tc->pids, nothing(tc));
 
   // Backwards, so that what is found first is written last.
   for (size_t i = tc->nprogs; i-- > 0;)
     for (size_t j = tc->pg[i].nstreams; j-- > 0;)
-      tc->pids[tc->pg[i].stm[j].pid] = {static_cast<int8_t>(i), static_cast<int8_t>(j)};
+      tc->pids[tc->pg[i].stm[j].pid] = stream(tc, i, j);
 
   const auto *list_end = std::ranges::find(tc->pmt_pid, 0u);
   for (size_t i = static_cast<size_t>(list_end - tc->pmt_pid); i-- > 0;)
-    tc->pids[tc->pmt_pid[i]] = {static_cast<int8_t>(i), -1};
+    tc->pids[tc->pmt_pid[i]] = pmt(tc, i);
 
-  tc->pids[PID_PAT] = {-1, -1};
+  tc->pids[PID_PAT] = pat(tc);
 }

@@ -42,14 +42,10 @@ void render_pmt(psi_section *sec, ctxt_spec *txt) {
 // Remembers the PMT that txt_pmt shows, unless lines had to be dropped: those are warned about each
 // time.
 void remember_pmt(program_info *pg, const psi_section *sec) {
-  pg->seen_pmt.size = ctxt_is_full(&pg->txt_pmt) ? 0 : sec->avail;
-  memcpy(pg->seen_pmt.data, sec->data, pg->seen_pmt.size);
-}
-
-// True for a PMT that would render as txt_pmt.
-bool is_seen_pmt(const program_info *pg, const psi_section *sec) {
-  const seen_section &seen = pg->seen_pmt;
-  return seen.size != 0 && seen.size == sec->avail && memcmp(seen.data, sec->data, seen.size) == 0;
+  if (ctxt_is_full(&pg->txt_pmt))
+    pg->seen_pmt.size = 0;
+  else
+    remember_section(&pg->seen_pmt, sec);
 }
 
 // Calls `visit` for each of the first 64 entries of the ES loop.
@@ -125,7 +121,7 @@ void process_PMT(tsan_ctx *tc, psi_section *sec, uint32_t pid) {
 
 bool cmp_PMT(tsan_ctx *tc, psi_section *sec, uint32_t pid) {
   program_info *pg = prog(tc);
-  if (is_seen_pmt(pg, sec) && !tc->cfg.trk.pmt_diff)
+  if (is_seen_section(&pg->seen_pmt, sec) && !tc->cfg.trk.pmt_diff)
     return false;
   size_t entries = 0;
   for_each_es(sec, [&](const uint8_t *) { ++entries; });

@@ -29,7 +29,7 @@ struct tag_writer {
 } // namespace
 
 void mk_ptag(tsan_ctx *tc) {
-  const dgram_info &dat = tc->dat;
+  const dgram_info &dat = *tc->dat;
   tag_writer tag{tc->ptag, tc->ptag + MAX_PTAG - 2}; // at most 62 characters
 
   if (dat.is_pat)
@@ -46,5 +46,5 @@ void mk_ptag(tsan_ctx *tc) {
     tag << ":(pcr=" << dat.program->last_pcr << ")+" << tc->last_pkt_idx - dat.program->pcr_pktnum;
 
   *tag.pos = '\0';
-  tc->ptag_stale = false;
+  tc->ptag_ptotal = tc->ptotal;
 }

@@ -9,7 +9,7 @@ void mk_ptag(tsan_ctx *tc);
 // Most packets are never named, so a tag is only made when it is first asked for. Whatever changes
 // what it is made of (the PCR of the program, the packet index) has to call ptag() before.
 inline const char *ptag(tsan_ctx *tc) {
-  if (tc->ptag_stale)
+  if (tc->ptag_ptotal != tc->ptotal)
     mk_ptag(tc);
   return tc->ptag;
 }

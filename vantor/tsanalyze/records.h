@@ -24,19 +24,20 @@ struct cc_alert_ctx {
   int32_t nmlr;  // multi-stream losses in the current datagram; -1 after a correct counter
 };
 
+// A stream; what each of its packets touches comes first.
 struct stream_info {
   uint32_t pid;
-  char stype;        // 'V' video, 'A' audio, 'S' subtitles and private data
-  uint8_t scode;     // stream_type in the PMT
-  uint64_t last_pts; // 90 kHz ticks, 0 = none yet
-  uint64_t pts_pktnum;
-  uint64_t last_dts; // 90 kHz ticks, 0 = none yet
-  uint64_t dts_pktnum;
-  cc_info cc;
+  char stype;       // 'V' video, 'A' audio, 'S' subtitles and private data
+  uint8_t scode;    // stream_type in the PMT
   bool pts_updated; // a new PTS waits to be checked
   bool dts_updated;
   uint64_t pcount; // packets processed
   uint64_t acount; // packets analyzed
+  cc_info cc;
+  uint64_t last_pts; // 90 kHz ticks, 0 = none yet
+  uint64_t pts_pktnum;
+  uint64_t last_dts; // 90 kHz ticks, 0 = none yet
+  uint64_t dts_pktnum;
 };
 
 // Packets processed and analyzed, in all and by kind of stream.
@@ -60,33 +61,34 @@ struct gen_alert_count {
   uint64_t lost_sync, pat_diff, cc_mlr;
 };
 
-// A section as it was last rendered, to know it again without rendering.
+// A section as it was last looked into, to know it again by its bytes.
 struct seen_section {
   size_t size; // bytes, 0 = none
   uint8_t data[TS_PKT_SIZE];
 };
 
+// A program; likewise.
 struct program_info {
   size_t nstreams;
-  stream_info stm[MAX_NSTREAMS]; // in PMT order
-  uint64_t last_pcr;             // PCR base, 90 kHz ticks, 0 = none
+  sa_stats stat;
+  uint32_t pcr_pid;
+  bool got_pcr;
+  uint64_t last_pcr; // PCR base, 90 kHz ticks, 0 = none
   uint64_t pcr_pktnum;
   char pcr_ptag[MAX_PTAG]; // tag of the packet that carried last_pcr
-  bool got_pcr;
-  uint32_t pcr_pid;
-  ssize_t pcr_idx;       // stream on pcr_pid, -1 = none; survives PMT changes
-  uint32_t curr_pmt_pid; // PID of the PMT that last brought a stream
-  ctxt_spec txt_pmt;     // rendering of the PMT in force
-  seen_section seen_pmt; // a PMT known to render as txt_pmt, every line of it
+  ssize_t pcr_idx;         // stream on pcr_pid, -1 = none; survives PMT changes
+  uint32_t curr_pmt_pid;   // PID of the PMT that last brought a stream
+  ctxt_spec txt_pmt;       // rendering of the PMT in force
+  seen_section seen_pmt;   // a PMT known to render as txt_pmt, every line of it
   ssize_t ref_idx;       // video stream that audio is held against, -1 = none; survives PMT changes
   uint64_t last_seg_idx; // current datagram
   uint8_t skip_pmt_out;  // reports since the STAT PMT records were last written
   pg_alert_count alert;
   aggr_val av_pdts_delta, av_pcr_delta, av_pcr_freq; // ms
-  sa_stats stat;
+  stream_info stm[MAX_NSTREAMS];                     // in PMT order
 };
 
-// Where the current packet belongs.
+// Where a packet belongs.
 struct dgram_info {
   ssize_t ipg;  // program, -1 = none
   ssize_t istm; // stream of that program, -1 = none
@@ -100,11 +102,4 @@ struct dgram_info {
 struct psi_block {
   uint8_t *sec[256];
   bool is_complete;
-};
-
-// What a PID carries: stream `istm` of program `ipg`, that program's PMT (istm -1), or nothing
-// known (both -1).
-struct pid_use {
-  int8_t ipg;
-  int8_t istm;
 };

@@ -164,6 +164,16 @@ bool guard_pmt(psi_section *sec) {
   return true;
 }
 
+void remember_section(seen_section *seen, const psi_section *sec) {
+  seen->size = sec->avail;
+  memcpy(seen->data, sec->data, sec->avail);
+}
+
+bool is_seen_section(const seen_section *seen, const psi_section *sec) {
+  return seen->size != 0 && seen->size == sec->avail &&
+         memcmp(seen->data, sec->data, seen->size) == 0;
+}
+
 uint8_t *dup_psi_sec(const psi_section *sec) {
   // The library reads the eight bytes of the header and compares three bytes past the length.
   const size_t length = std::max<size_t>(psi_get_length(sec->data), PSI_HEADER_SIZE_SYNTAX1);

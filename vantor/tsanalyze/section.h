@@ -26,6 +26,10 @@ void take_section(ts_pkt pkt, psi_section *sec);
 bool guard_pat(psi_section *sec);
 bool guard_pmt(psi_section *sec);
 
+// Remember a section, and know it again: is it the same, byte for byte?
+void remember_section(seen_section *seen, const psi_section *sec);
+bool is_seen_section(const seen_section *seen, const psi_section *sec);
+
 // Private copy of a guarded PAT section, in the layout that the library's tables hold, or null
 // (reported). It is the section without its last three bytes (of the CRC), which read as zeros.
 uint8_t *dup_psi_sec(const psi_section *sec);

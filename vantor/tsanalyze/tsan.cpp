@@ -62,6 +62,7 @@ tsan_t tsan_init(const char *src, const tsan_config *cfg, int *err) {
   psi_block_init(&tc->pat);
   tc->ndat_pcount = tc->cfg.max_ndat_pcount;
   pids_rebuild(tc);
+  setup_dat(tc, PID_PAT); // of no program, as long as there is no packet
   LOG(g_log, DEBUG_level, "%s: tsan[%s] (%p) created\n", __func__, tc->cfg.source,
       static_cast<void *>(tc));
   return tc;
@@ -93,20 +94,19 @@ int tsan_process(tsan_t ctx, const uint8_t *bytes) {
     set_now(&ctx->start_tm);
   ++ctx->last_pkt_idx;
   ++ctx->ptotal;
-  ctx->ptag_stale = true;
 
   if (!ts_in_sync(pkt)) {
     LOG(g_log, ERR_level, "%s: [%s] out of sync at %s\n", __func__, ctx->cfg.source, ptag(ctx));
     read_out(ctx, TSAN_OUT_OF_SYNC, nullptr, 0, [](tsan_alert &) {});
     return OUT_OF_SYNC;
   }
-  if (upsert_pkt_info(ctx, pkt) >= 0) {
-    if (analyze_pkt(ctx, pkt) != 0)
-      return -1;
-    if (ctx->ndat_pcount != 0)
-      check_pcount(ctx, false);
-  }
-  return check_idle(ctx);
+  if (upsert_pkt_info(ctx, pkt) < 0)
+    return check_idle(ctx);
+  if (analyze_pkt(ctx, pkt) != 0)
+    return -1;
+  if (ctx->ndat_pcount != 0)
+    check_pcount(ctx, false);
+  return 0;
 }
 
 uint64_t tsan_get_pidx(tsan_t ctx) {
