@@ -1,9 +1,11 @@
-// Makes a large capture for measurements: make_stream single|multiplex MEGABYTES FILE
+// Makes a large capture for measurements: make_stream single|multiplex|breaks MEGABYTES FILE
 //
 // single: one program of 20 Mbit/s: H.264 video with a picture every 40 ms and two audio tracks,
 // PCR every 40 ms, PAT and PMT every 100 ms, a few null packets. multiplex: 30 programs of 30
-// streams, interleaved with 1,000 PIDs that no PMT lists.
+// streams, interleaved with 1,000 PIDs that no PMT lists. breaks: one stream whose counter is never
+// in order.
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
@@ -67,13 +69,31 @@ void add_round(ts_stream &s, uint64_t n) {
   }
 }
 
+void add_breaks(ts_stream &s, uint64_t n) {
+  if (n == 0) {
+    s.pat({{1, 100}});
+    s.pmt(100, {.pcr_pid = 101, .es = {{0x1b, 101}}});
+  }
+  for (int i = 0; i < 1000; ++i)
+    s.lose(101).data(101);
+}
+
+struct stream_kind {
+  std::string_view name;
+  void (*add)(ts_stream &s, uint64_t n); // the n-th stretch
+};
+
+constexpr stream_kind kinds[] = {
+    {"single", add_picture}, {"multiplex", add_round}, {"breaks", add_breaks}};
+
 } // namespace
 
 int main(int argc, char **argv) {
-  const bool multiplex = argc == 4 && argv[1] == std::string_view("multiplex");
-  FILE *out = argc == 4 ? fopen(argv[3], "w") : nullptr;
+  const auto *kind =
+      std::ranges::find(kinds, std::string_view(argc == 4 ? argv[1] : ""), &stream_kind::name);
+  FILE *out = kind != std::end(kinds) ? fopen(argv[3], "w") : nullptr;
   if (!out) {
-    fprintf(stderr, "Usage: %s single|multiplex MEGABYTES FILE\n", argv[0]);
+    fprintf(stderr, "Usage: %s single|multiplex|breaks MEGABYTES FILE\n", argv[0]);
     return 1;
   }
   const uint64_t packets = strtoull(argv[2], nullptr, 10) * 1'000'000 / sizeof(ts_packet);
@@ -81,7 +101,7 @@ int main(int argc, char **argv) {
   bool ok = true;
   uint64_t written = 0;
   for (uint64_t n = 0; ok && written < packets; ++n) {
-    multiplex ? add_round(s, n) : add_picture(s, n);
+    kind->add(s, n);
     written += s.packets.size();
     ok = flush(s, out);
   }
