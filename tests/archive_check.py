@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Runs korva-archive over captures of all kinds, killed in the middle and over ssh: archive_check.py ROOT PROGRAM"""
+"""Runs korva-archive over captures of all kinds, killed in the middle and over ssh: ROOT PROGRAM"""
 
 import collections
 import csv
@@ -16,16 +16,34 @@ import unittest
 
 ROOT, PROGRAM = (pathlib.Path(arg).resolve() for arg in sys.argv[1:3])
 SSHD = shutil.which("sshd", path=os.defpath + ":/usr/sbin:/sbin")
-CLEAN, DAMAGED = ((ROOT / "samples" / name).read_bytes()[: 1000 * 188] for name in ("clean.ts", "damaged.ts"))
-NO_PROGRAM = bytes.fromhex("474000100000b0090001c1000000000000").ljust(188, b"\xff")  # a PAT that ends the run
-NO_PCR = DAMAGED[376:389] + b"\xe0\0" + DAMAGED[391:564]  # a PMT that does
+CLEAN, DAMAGED = (
+    (ROOT / "samples" / name).read_bytes()[: 1000 * 188] for name in ("clean.ts", "damaged.ts"))
+# A PAT and a PMT that end the run.
+NO_PROGRAM = bytes.fromhex("474000100000b0090001c1000000000000").ljust(188, b"\xff")
+NO_PCR = DAMAGED[376:389] + b"\xe0\0" + DAMAGED[391:564]
 FOUND = {"CC-BRK": 1, "PMT-DIFF": 1, "PID-NDAT": 1}
 KINDS = (  # result, its rank, alerts, content or what makes it
-    ("clean", 6, {}, CLEAN), ("clean", 6, {}, CLEAN), ("alerts", 5, FOUND, DAMAGED), ("truncated", 5, FOUND, DAMAGED[:-100]),
-    ("truncated", 6, {}, CLEAN[:-100]), ("empty", 3, {}, b""), ("empty", 3, {}, b"G" * 187), ("unreadable", 1, {}, None),
-    ("aborted", 0, {}, CLEAN[:188] + NO_PROGRAM), ("aborted", 0, {"CC-BRK": 1, "PMT-DIFF": 2}, DAMAGED + NO_PCR),
-    ("stopped", 2, {"OUT-OF-SYNC": 1}, CLEAN + bytes(188)), ("skipped", 4, {}, os.mkfifo), ("skipped", 4, {}, os.mkdir))
-NAMES = ("plain", "two  blanks", "'\"$x`{#}{}", "-a on", "caf\xe9", "no utf-8 \udcff", "line\nend", "tab\t;&|*?\\n")
+    ("clean", 6, {}, CLEAN),
+    ("clean", 6, {}, CLEAN),
+    ("alerts", 5, FOUND, DAMAGED),
+    ("truncated", 5, FOUND, DAMAGED[:-100]),
+    ("truncated", 6, {}, CLEAN[:-100]),
+    ("empty", 3, {}, b""),
+    ("empty", 3, {}, b"G" * 187),
+    ("unreadable", 1, {}, None),
+    ("aborted", 0, {}, CLEAN[:188] + NO_PROGRAM),
+    ("aborted", 0, {"CC-BRK": 1, "PMT-DIFF": 2}, DAMAGED + NO_PCR),
+    ("stopped", 2, {"OUT-OF-SYNC": 1}, CLEAN + bytes(188)),
+    ("skipped", 4, {}, os.mkfifo),
+    ("skipped", 4, {}, os.mkdir),
+)
+NAMES = ("plain", "two  blanks", "'\"$x`{#}{}", "-a on", "caf\xe9", "no utf-8 \udcff", "line\nend",
+         "tab\t;&|*?\\n")
+SCRIPT = """#!/bin/sh
+for file; do :; done
+printf '%s\\0' "$file" >>{}
+exec {} "$@"
+"""
 
 
 class Archive(unittest.TestCase):
@@ -33,8 +51,9 @@ class Archive(unittest.TestCase):
         dir = tempfile.TemporaryDirectory()
         self.addCleanup(dir.cleanup)
         self.dir, self.want = pathlib.Path(dir.name), {}
-        self.out, self.runs, self.korva = self.dir / "a {#} 'dir", self.dir / "runs", self.dir / "korva"
-        self.korva.write_text(f"#!/bin/sh\nfor file; do :; done\nprintf '%s\\0' \"$file\" >>{self.runs}\nexec {PROGRAM} \"$@\"\n")
+        self.out, self.runs = self.dir / "a {#} 'dir", self.dir / "runs"
+        self.korva = self.dir / "korva"  # remembers what it ran on
+        self.korva.write_text(SCRIPT.format(self.runs, PROGRAM))
         self.korva.chmod(0o755)
 
     def make(self, first, end):
@@ -51,8 +70,8 @@ class Archive(unittest.TestCase):
         (self.dir / "list").write_bytes(b"".join(os.fsencode(path) + b"\0" for path in self.want))
 
     def command(self, *options, source="list"):
-        return [ROOT / "tools/korva-archive", "-j2", "-o", self.out, "--korva", self.korva, *options, self.dir / source,
-                "--", "-A", "max_zreset_time=0"]
+        return [ROOT / "tools/korva-archive", "-j2", "-o", self.out, "--korva", self.korva,
+                *options, self.dir / source, "--", "-A", "max_zreset_time=0"]
 
     def archive(self, *options, status=0, **source):
         run = subprocess.run(self.command(*options, **source), capture_output=True)
@@ -60,8 +79,8 @@ class Archive(unittest.TestCase):
         return run.stderr.decode() if status else run.stdout.decode()
 
     def checked(self):
-        status = {path: pathlib.Path(f"{self.out}/files{path}/korva.status") for path in self.want}
-        return {path for path in self.want if status[path].exists() and status[path].read_text()}
+        status = {p: pathlib.Path(f"{self.out}/files{p}/korva.status") for p in self.want}
+        return {p for p in self.want if status[p].exists() and status[p].read_text()}
 
     def ran(self):
         return collections.Counter(os.fsdecode(self.runs.read_bytes()).split("\0")[:-1])
@@ -70,25 +89,30 @@ class Archive(unittest.TestCase):
         with open(self.out / "table.csv", newline="", errors="surrogateescape") as file:
             rows = list(csv.DictReader(file))
         self.assertEqual(sorted(row["file"] for row in rows), sorted(self.want))
-        self.assertEqual([line.split()[0] for line in shown.splitlines()], ["result"] + [row["result"] for row in rows])
+        listed = [line.split()[0] for line in shown.splitlines()]
+        self.assertEqual(listed, ["result"] + [row["result"] for row in rows])
         wanted = [self.want[row["file"]] for row in rows]
         order = [(rank, -sum(alerts.values())) for _, rank, alerts, _ in wanted]
         self.assertEqual(order, sorted(order))
         for row, (result, _, alerts, content) in zip(rows, wanted):
             found = {kind: int(row[kind]) for kind in list(row)[3:-2] if row[kind] != "0"}
-            self.assertEqual((row["result"], found, row["alerts"]), (result, alerts, str(sum(alerts.values()))), row)
+            total = sum(alerts.values())
+            said = row["result"], found, row["alerts"]
+            self.assertEqual(said, (result, alerts, str(total)), row)
             if not callable(content):
-                text = pathlib.Path(f"{self.out}/files{row['file']}/korva.alerts").read_text(errors="replace")
-                self.assertEqual(text.count(" ALERT "), sum(alerts.values()) - (result == "stopped"))
+                text = pathlib.Path(f"{self.out}/files{row['file']}/korva.alerts").read_bytes()
+                self.assertEqual(text.count(b" ALERT "), total - (result == "stopped"))
 
     def test_killed_and_resumed(self):
         self.make(0, 500)
-        run = subprocess.Popen(self.command(), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, start_new_session=True)
+        null = subprocess.DEVNULL
+        run = subprocess.Popen(self.command(), stdout=null, stderr=null, start_new_session=True)
         while len(self.checked()) < 125 and run.poll() is None:
             time.sleep(0.02)
         run.kill()
         self.assertIn("still at work", self.archive("--resume", status=1))
-        while subprocess.run(["pkill", "-KILL", "-s", str(run.pid), "-r", "DRST"]).returncode == 0:
+        left = ["pkill", "-KILL", "-s", str(run.pid), "-r", "DRST"]
+        while subprocess.run(left).returncode == 0:
             time.sleep(0.02)
         run.wait()
         done, before = self.checked(), self.ran()
@@ -96,7 +120,8 @@ class Archive(unittest.TestCase):
         self.assertIn("holds a run", self.archive(status=1))
         self.check_table(self.archive("--resume"))
         again = self.ran() - before
-        self.assertEqual(set(again), {path for path in self.want if not callable(self.want[path][3])} - done)
+        files = {path for path, want in self.want.items() if not callable(want[3])}
+        self.assertEqual(set(again), files - done)
         self.assertEqual(set(again.values()), {1})
         self.check_table(self.archive("--resume"))
         self.assertEqual(self.ran(), before + again)
@@ -104,7 +129,7 @@ class Archive(unittest.TestCase):
     def test_new_files_in_a_directory(self):
         for first, options in ((0, ()), (26, ("--resume",))):
             self.make(first, first + 26)
-            self.want = {path: want for path, want in self.want.items() if not os.path.isdir(path)}
+            self.want = {p: want for p, want in self.want.items() if not os.path.isdir(p)}
             self.check_table(self.archive(*options, source="captures"))
         self.assertEqual(set(self.ran().values()), {1})
 
@@ -115,19 +140,21 @@ class Archive(unittest.TestCase):
         subprocess.run(["ssh-keygen", "-q", "-t", "ed25519", "-N", "", "-f", key], check=True)
         if os.geteuid() == 0:
             os.makedirs("/run/sshd", exist_ok=True)
-        sshd = subprocess.Popen([SSHD, "-D", "-q", "-f", "/dev/null", "-p", port, "-h", key, "-oListenAddress=127.0.0.1",
-                                 f"-oAuthorizedKeysFile={key}.pub", "-oStrictModes=no", "-oPidFile=none"])
-        ssh = ["ssh", "-F", "/dev/null", "-p", port, "-i", key, "-oStrictHostKeyChecking=no", "-oBatchMode=yes",
-               "-oUserKnownHostsFile=/dev/null", "-oLogLevel=ERROR", "127.0.0.1"]
+        sshd = subprocess.Popen([
+            SSHD, "-D", "-q", "-f", "/dev/null", "-p", port, "-h", key, "-oListenAddress=127.0.0.1",
+            f"-oAuthorizedKeysFile={key}.pub", "-oStrictModes=no", "-oPidFile=none"])
+        ssh = ["ssh", "-F", "/dev/null", "-p", port, "-i", key, "-oStrictHostKeyChecking=no",
+               "-oBatchMode=yes", "-oUserKnownHostsFile=/dev/null", "-oLogLevel=ERROR", "127.0.0.1"]
         try:
-            while subprocess.run([*ssh, "true"], capture_output=True).returncode != 0 and sshd.poll() is None:
+            ready = [*ssh, "true"]
+            while subprocess.run(ready, capture_output=True).returncode and sshd.poll() is None:
                 time.sleep(0.1)
             self.check_table(self.archive("--sshlogin", shlex.join(ssh)))
         finally:
             sshd.terminate()
             sshd.wait()
-        hosts = {line.split("\t")[1] for line in (self.out / "joblog").read_text(errors="replace").splitlines()[1:]}
-        self.assertEqual(hosts, {shlex.join(ssh)})
+        jobs = (self.out / "joblog").read_text(errors="replace").splitlines()[1:]
+        self.assertEqual({job.split("\t")[1] for job in jobs}, {shlex.join(ssh)})
 
 
 def free_port():

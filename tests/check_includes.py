@@ -11,7 +11,8 @@ import re
 import sys
 
 RULES = {
-    "vantor/tsa": ["vantor/tsanalyze/tsan.h", "vantor/tsanalyze/readout.h", "libtollum/include", "common"],
+    "vantor/tsa": [
+        "vantor/tsanalyze/tsan.h", "vantor/tsanalyze/readout.h", "libtollum/include", "common"],
     "vantor/tsanalyze": ["vantor/misc", "libtollum/include"],
     "vantor/misc": ["libtollum/include"],
     "common": ["libtollum/include"],
@@ -20,7 +21,8 @@ RULES = {
 INCLUDE_DIRS = ["vantor", "libtollum/include", "common"]
 GENERATED = {"build_checksum.h"}
 PSI_FILES = {f"vantor/tsanalyze/{name}.cpp" for name in ("section", "pat", "pmt")}
-PUBLIC = {f"vantor/tsanalyze/{name}.h" for name in ("tsan", "readout")} | {"libtollum/include/log/api.h"}
+PUBLIC = {
+    "vantor/tsanalyze/tsan.h", "vantor/tsanalyze/readout.h", "libtollum/include/log/api.h"}
 INCLUDE = re.compile(r'^\s*#\s*include\s*(["<])([^">]+)[">]')
 
 
@@ -43,20 +45,14 @@ def violation(root, layer, source, bracket, header):
     return f"{layer} may include only itself" + "".join(f", {place}" for place in RULES[layer])
 
 
-def main():
-    root = pathlib.Path(sys.argv[1])
-    sources = [p for p in root.glob("[vcl]*/**/*") if p.suffix in (".h", ".cpp")]
-    failures = 0
-    for path in sorted(sources):
-        source = path.relative_to(root).as_posix()
-        layer = next((l for l in RULES if is_in(source, l)), None)
-        for number, line in enumerate(path.read_text().splitlines(), 1):
-            include = INCLUDE.match(line)
-            why = include and layer and violation(root, layer, source, *include.groups())
-            if why:
-                print(f"{source}:{number}: {include.group(2)}: {why}")
-                failures += 1
-    sys.exit(f"violations: {failures}" if failures else 0 if sources else "no sources found")
-
-
-main()
+root = pathlib.Path(sys.argv[1])
+sources = sorted(p for p in root.glob("[vcl]*/**/*") if p.suffix in (".h", ".cpp"))
+failures = [] if sources else ["no sources found"]
+for path in sources:
+    source = path.relative_to(root).as_posix()
+    layer = next((layer for layer in RULES if is_in(source, layer)), None)
+    for number, line in enumerate(path.read_text().splitlines(), 1):
+        include = INCLUDE.match(line)
+        if why := include and layer and violation(root, layer, source, *include.groups()):
+            failures.append(f"{source}:{number}: {include[2]}: {why}")
+sys.exit("\n".join(failures) or 0)

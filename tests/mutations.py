@@ -1,6 +1,9 @@
 #!/usr/bin/env python3
-"""A thousand damaged copies of the samples through the program: it may end with status 0 or 2 or on
-an assertion about the tables, and with nothing else. mutations.py KORVA SAMPLES [COUNT]"""
+"""A thousand damaged copies of the samples through the program: ROOT KORVA [COUNT]
+
+It may end with status 0 or 2 or on an assertion about the tables, and with nothing else.
+"""
+
 import random
 import signal
 import subprocess
@@ -10,10 +13,10 @@ from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 PACKET = 188
-ASSERTIONS = ["Assertion `%s' failed." % text for text in (
-    "tc->pmt_pid[tc->nprogs]", "tc->nprogs", "tc->nprogs < MAX_PMTS", "prog(tc)->pcr_pid")]
-ALL_CHECKS = ["-a", "on", "-k", "pmt_d:pat_d:cc_t", "-k", "all", "-A", "pcr_delta=100", "-A",
-              "pdts_delta=100", "-A", "pcr_freq=40", "-v", "-v"]
+TEXTS = ("tc->pmt_pid[tc->nprogs]", "tc->nprogs", "tc->nprogs < MAX_PMTS", "prog(tc)->pcr_pid")
+ASSERTIONS = [f"Assertion `{text}' failed." for text in TEXTS]
+ALL_CHECKS = ("-a on -k pmt_d:pat_d:cc_t -k all -A pcr_delta=100 -A pdts_delta=100 -A pcr_freq=40 "
+              "-v -v").split()
 
 
 def damage(packets, rng):
@@ -48,22 +51,16 @@ def check(program, sample, seed, directory):
     options = ALL_CHECKS if seed % 2 else []
     run = subprocess.run([program, *options, str(path)], capture_output=True, timeout=60)
     path.unlink()
-    aborted = run.returncode == -signal.SIGABRT and any(
-        text in run.stderr.decode(errors="replace") for text in ASSERTIONS)
-    if run.returncode in (0, 2) or aborted:
-        return run.returncode
-    sys.exit(f"seed {seed}: status {run.returncode}\n{run.stderr.decode(errors='replace')[-3000:]}")
+    err = run.stderr.decode(errors="replace")
+    aborted = run.returncode == -signal.SIGABRT and any(text in err for text in ASSERTIONS)
+    if run.returncode not in (0, 2) and not aborted:
+        sys.exit(f"seed {seed}: status {run.returncode}\n{err[-3000:]}")
+    return run.returncode
 
 
-def main():
-    program, samples = sys.argv[1], Path(sys.argv[2])
-    count = int(sys.argv[3]) if len(sys.argv) > 3 else 1000
-    streams = [(samples / name).read_bytes() for name in ("clean.ts", "damaged.ts")]
-    with tempfile.TemporaryDirectory() as directory, ThreadPoolExecutor(2) as pool:
-        ends = list(pool.map(lambda seed: check(program, streams[seed % 2], seed, directory),
-                             range(count)))
-    print({status: ends.count(status) for status in sorted(set(ends))})
-
-
-if __name__ == "__main__":
-    main()
+root, program = sys.argv[1:3]
+seeds = range(int(sys.argv[3]) if len(sys.argv) > 3 else 1000)
+streams = [Path(root, "samples", name).read_bytes() for name in ("clean.ts", "damaged.ts")]
+with tempfile.TemporaryDirectory() as directory, ThreadPoolExecutor(2) as pool:
+    ends = list(pool.map(lambda seed: check(program, streams[seed % 2], seed, directory), seeds))
+print({status: ends.count(status) for status in sorted(set(ends))})

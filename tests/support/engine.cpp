@@ -4,7 +4,6 @@
 #include <cstring>
 #include <memory>
 
-#include "tassert/tassert.h"
 #include "tsanalyze/clock.h"
 
 timespec test_now;
@@ -49,26 +48,18 @@ engine::operator tsan_ctx *() {
   return tc;
 }
 
-std::string engine::run() {
+void engine::feed() {
   for (const ts_packet &pkt : s.packets)
     rc = tsan_process(*this, std::make_unique<ts_packet>(pkt)->data());
   s.packets.clear();
+}
+
+std::string engine::run() {
+  feed();
   fflush(out);
   const size_t from = taken;
   taken = size;
   return {text + from, size - from};
-}
-
-std::string engine::assertion() {
-  std::string failed;
-  g_tassert_hook = [](const tassert_failure &failure) { throw failure; };
-  try {
-    run();
-  } catch (const tassert_failure &failure) {
-    failed = failure.expr;
-  }
-  g_tassert_hook = nullptr;
-  return failed;
 }
 
 engine &engine::start(const pmt_spec &pmt) {

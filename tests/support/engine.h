@@ -33,11 +33,13 @@ public:
   tsan_ctx *operator->() { return *this; }
   operator tsan_ctx *();
 
-  // Hands the packets of `s` over and returns what was written since the last time. Each lies in
-  // memory of its own, so that a sanitizer sees a read past its end.
+  tsan_config &config() { return tc ? tc->cfg : cfg; } // that in force
+
+  // Hands the packets of `s` over, each in memory of its own, so that a sanitizer sees a read past
+  // its end.
+  void feed();
+  // Does that and returns what was written since the last time.
   std::string run();
-  // The same for packets on which an assertion fails; returns its text, empty if none did.
-  std::string assertion();
   // Hands a PAT and a PMT on PID 100 over, whatever is written then.
   engine &start(const pmt_spec &pmt = {.pcr_pid = 101, .es = {{0x1b, 101}, {0x0f, 102}}});
 

@@ -1,10 +1,8 @@
 #include "support/ts_builder.h"
 
 #include <algorithm>
-#include <fstream>
 
 #include <bitstream/mpeg/psi/psi.h>
-#include <gtest/gtest.h>
 
 namespace {
 
@@ -192,12 +190,4 @@ ts_bytes ts_stream::bytes() const {
   for (const ts_packet &pkt : packets)
     out.insert(out.end(), pkt.begin(), pkt.end());
   return out;
-}
-
-void ts_stream::write(const std::string &path) const {
-  const ts_bytes content = bytes();
-  std::ofstream file(path, std::ios::binary);
-  file.write(reinterpret_cast<const char *>(content.data()), std::ssize(content));
-  file.close();
-  ASSERT_TRUE(file) << "cannot write " << path;
 }

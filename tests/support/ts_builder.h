@@ -20,7 +20,6 @@
 #include <initializer_list>
 #include <map>
 #include <optional>
-#include <string>
 #include <vector>
 
 using ts_packet = std::array<uint8_t, 188>;
@@ -31,9 +30,8 @@ struct packet_spec {
   bool unit_start = false;
   bool has_payload = true;
   bool discontinuity = false;
-  std::optional<uint64_t> pcr = {}; // PCR base, 33 bits; the extension is 0
-  std::optional<uint8_t> af_length =
-      {}; // adaptation_field_length as written, even one past the end
+  std::optional<uint64_t> pcr = {};      // PCR base, 33 bits; the extension is 0
+  std::optional<uint8_t> af_length = {}; // as written, even one past the end
 };
 
 struct pat_entry {
@@ -110,9 +108,7 @@ struct ts_stream {
   // `count` packets of the PID get lost: its counter goes on without them.
   ts_stream &lose(uint16_t pid, unsigned count = 1);
 
-  // The stream's bytes, and the same written to a file; a test fails if that cannot be done.
   ts_bytes bytes() const;
-  void write(const std::string &path) const;
 
 private:
   std::map<uint16_t, uint8_t> next_cc;

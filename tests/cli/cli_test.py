@@ -1,0 +1,353 @@
+#!/usr/bin/env python3
+"""Holds whole runs of the program against the tables in expected/: ROOT PROGRAM [FAULTS]
+
+A table has a case per "$ arguments", with "= status" and the lines that are expected. FAULTS is the
+library that lets calls of the C library fail (support/faults_preload.cpp).
+"""
+
+import fnmatch
+import os
+import pathlib
+import re
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+import types
+import unittest
+
+ROOT, PROGRAM, *FAULTS = (pathlib.Path(arg).resolve() for arg in sys.argv[1:])
+SAMPLES = ROOT / "samples"
+KEPT = [name for name in os.environ if name == "PATH" or name.endswith("SAN_OPTIONS")]
+ENV = {"TZ": "UTC", **{name: os.environ[name] for name in KEPT}}
+LOST_OUT = "korva: standard output could not be written in full\n"
+MASKS = (  # what differs from run to run
+    (r"^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{6} UTC ", "<time> "),
+    (r"^<time> \d+  ", "<time> <pid>  "),
+    (r"( STARTING| EXIT\(\d+\))\. PID=\d+$", r"\1. PID=<pid>"),
+    (r"\(0x[0-9a-f]{6,16}\)", "(<addr>)"),
+    (r"\(nuvreck\) [0-9a-f]{8}; built", "(nuvreck) <checksum>; built"),
+    (re.escape(str(PROGRAM)), "korva"),
+)
+
+
+def masked(output):
+    text = output.decode()
+    for pattern, words in MASKS:
+        text = re.sub(pattern, words, text, flags=re.M)
+    return text
+
+
+def run(*command, env=(), **options):
+    """Status and both masked outputs of a program."""
+    env = {**ENV, **dict(env)}
+    done = subprocess.run(command, capture_output=True, timeout=60, env=env, **options)
+    return done.returncode, masked(done.stdout), masked(done.stderr)
+
+
+def korva(*args, **options):
+    return run(PROGRAM, *args, **options)
+
+
+def expected(name):
+    return (ROOT / "tests/cli/expected" / name).read_text()
+
+
+def table(name):
+    """Its cases. {usage}, {app} and {exit} stand for the usage text, its first line and the last
+    line of the log, {x62} for so many letters x."""
+    usage = expected("usage.txt").splitlines()
+    cases = []
+    for line in expected(name).splitlines():
+        line = re.sub(r"\{x(\d+)\}", lambda m: "x" * int(m[1]), line)
+        if line.startswith("$"):
+            cases.append(types.SimpleNamespace(args=line[1:].split(), status=0, lines=[]))
+        elif line.startswith("="):
+            cases[-1].status = int(line[1:])
+        elif line == "{usage}":
+            cases[-1].lines += usage
+        elif line and not line.startswith("#"):
+            end = f"<time> (NRM)  FSCN  {{app}} EXIT({cases[-1].status}). PID=<pid>"
+            cases[-1].lines.append(line.replace("{exit}", end).replace("{app}", usage[0]))
+    return cases
+
+
+def changes(dump):
+    """The settings that differ from the defaults, and the labels of those that are not shown."""
+    fields = re.compile(r"^\t(.*?: ) *(.*)$", re.M)
+    now, default = (dict(fields.findall(text)) for text in (dump, expected("settings.txt")))
+    changed = [label + value for label, value in now.items() if default.get(label) != value]
+    return changed + [label.strip() for label in default if label not in now]
+
+
+def sample(name):
+    data = (SAMPLES / name).read_bytes()
+    return [bytearray(data[at : at + 188]) for at in range(0, len(data), 188)]
+
+
+def pid(packet):
+    return (packet[1] & 31) << 8 | packet[2]
+
+
+def small_capture(size):
+    """Groups of PAT, PMT and three video packets, each of which can be understood by itself."""
+    clean = sample("clean.ts")
+    stream = [bytearray(clean[(1, 2, 5, 5, 5)[i % 5]]) for i in range(size)]
+    for counter, packet in enumerate(p for p in stream if pid(p) == 257):
+        packet[3] = packet[3] & 0xF0 | counter & 15
+    return stream
+
+
+def shifted(packet, ticks):
+    """The packet with another PCR, PTS and DTS."""
+    p, payload = bytearray(packet), 5 + packet[4] if packet[3] & 0x20 else 4
+    if p[3] & 0x20 and p[4] and p[5] & 0x10:
+        pcr = int.from_bytes(p[6:12], "big") + (ticks << 15)
+        p[6:12] = (pcr % 2**48).to_bytes(6, "big")
+    if p[1] & 0x40 and p[payload : payload + 3] == b"\0\0\1":
+        stamps = (p[payload + 7] >> 6).bit_count()
+        for at in range(payload + 9, payload + 9 + 5 * stamps, 5):
+            a, b, c, d, e = p[at : at + 5]
+            old = (a & 14) << 29 | b << 22 | (c & 254) << 14 | d << 7 | e >> 1
+            t = (old + ticks) % 2**33
+            new = (a & 0xF1 | t >> 29 & 14, t >> 22, t >> 14 | 1, t >> 7, t << 1 | 1)
+            p[at : at + 5] = (byte & 255 for byte in new)
+    return p
+
+
+def restarted(stream, first):
+    """The counter of PID 258 begins again at 0 there."""
+    behind = [p for p in stream[first - 1 :] if pid(p) == 258]
+    start = behind[0][3]
+    for p in behind:
+        p[3] = p[3] & 0xF0 | (p[3] - start) & 15
+    return stream
+
+
+def rewritten(stream, first, its_pid, *changes):
+    """The section in each packet of the PID is overwritten; its CRC is not looked at."""
+    for p in stream[first - 1 :]:
+        for at, content in changes if pid(p) == its_pid else ():
+            p[5 + at : 5 + at + len(content)] = content
+    return stream
+
+
+def without_pcr(stream, *numbers):
+    for number in numbers:
+        stream[number - 1][5] &= 0xEF
+    return stream
+
+
+TRACK_260 = bytes.fromhex("0fe104f000")  # AAC
+NEW_PAT = bytes.fromhex("c300000001f0000003f002")  # version 1: programs 1 on PID 4096, 3 on 4098
+# Packet numbers are those of samples/clean.ts, from 1.
+DAMAGES = {
+    "packets lost on one PID": lambda s: s[:902] + s[904:],
+    "packets lost on five PIDs": lambda s: s[:832] + s[852:],
+    "packets repeated on three PIDs": lambda s: s[:821] + s[820:823] + s[822:834] + s[833:],
+    "counter restarted twice": lambda s: restarted(restarted(s, 472), 863),
+    "audio 200 ms early": lambda s: [shifted(p, -18000) if pid(p) == 258 else p for p in s],
+    "PCRs lost for 150 ms": lambda s: without_pcr(s, 840, 874),  # they come every 80 ms
+    "all clocks wrap": lambda s: [shifted(p, -250_000) for p in s],
+    "track that never comes": lambda s: [p for p in s if pid(p) != 259],
+    "PMT with a new version": lambda s: rewritten(s, 573, 4097, (5, b"\xc3")),
+    "PMT announces a track that never comes":
+        lambda s: rewritten(s, 572, 4096, (2, b"\x2d"), (39, TRACK_260)),
+    "PAT gains one program and loses another": lambda s: rewritten(s, 531, 0, (5, NEW_PAT)),
+}
+
+
+def matches(text, pattern):
+    """How many lines match; brackets stand for themselves."""
+    return len(fnmatch.filter(text.splitlines(), pattern.replace("[", "[[]")))
+
+
+class Runs(unittest.TestCase):
+    maxDiff = None
+
+    def setUp(self):
+        dir = tempfile.TemporaryDirectory()
+        self.addCleanup(dir.cleanup)
+        self.addCleanup(os.chdir, os.getcwd())
+        os.chdir(dir.name)
+
+    def write(self, name, packets):
+        pathlib.Path(name).write_bytes(b"".join(packets))
+
+    def test_samples(self):
+        args = ("-A", "max_zreset_time=0", "-A", "pcr_delta=840", "-A", "pdts_delta=180")
+        terse, human = expected("damaged.out"), expected("damaged.err")
+        hushed = re.sub(r".*  ALERT .*\n", "", human)
+        for options, out, err in (
+            ((), "\n", human), (("-a", "on"), terse, human),
+            (("-H",), "\n", hushed), (("-H", "-a", "on"), terse, hushed),
+        ):
+            said = korva(*options, *args, "damaged.ts", cwd=SAMPLES)
+            self.assertEqual(said, (0, out, err))
+        self.assertEqual(korva("clean.ts", cwd=SAMPLES), (0, "\n", expected("clean.err")))
+
+    def write_settings(self, case):
+        """Settings files: a.cfg as the case gives it, and two others."""
+        section = "vnt: {{ stream_analyzer: {{ enabled = {} }}; }};\n"
+        pathlib.Path("b.cfg").write_text(section.format('true; source_tag = "b";'))
+        pathlib.Path("off.cfg").write_text(section.format("false; max_skipped_pkts = 10;"))
+        if case.lines and case.lines[0].startswith("settings: "):
+            pathlib.Path("a.cfg").write_text(case.lines.pop(0)[10:] + "\n")
+
+    # The capture never exists: a run ends when it cannot be opened, with all settings printed.
+    def test_settings(self):
+        end = korva("none.ts")[2]
+        for case in table("changes.txt"):
+            self.write_settings(case)
+            status, _, err = korva(*case.args, "none.ts", "ignored.ts", env={"SHOW_VNT_CFG": ""})
+            with self.subTest(case.args):
+                self.assertEqual((status, changes(err)), (0, case.lines))
+                self.assertTrue(err.startswith("analyzer: \n\tsource: "), err)
+                self.assertTrue(err.endswith("\n" + end), err)
+        _, _, err = korva("none.ts", env={"SHOW_VNT_CFG": "1"})
+        self.assertEqual(err, expected("settings.txt") + end)
+
+    def test_options(self):
+        for case in table("options.txt"):
+            self.write_settings(case)
+            status, out, err = korva(*case.args)
+            with self.subTest(case.args):
+                self.assertEqual((status, out, err.splitlines()), (case.status, "", case.lines))
+        no_path = "Expecting argument after the options.\n" + expected("usage.txt")
+        self.assertEqual(korva(""), (2, "", no_path))
+
+    def test_input(self):
+        ten, many = (b"".join(small_capture(size)) for size in (10, 250))
+        idle = b"".join(b"\x47\x1f\xff\x10" + bytes(184) for _ in range(5001))
+        for name, content in {
+            "ten.ts": ten, "many.ts": many, "one.ts": ten[:188], "two.ts": ten[: 2 * 188],
+            "partial.ts": ten[: 5 * 188 + 100], "short.ts": ten[:187], "empty.ts": b"",
+            "sync1.ts": b"H" + ten[1:], "sync8.ts": ten[: 7 * 188] + b"H" + ten[7 * 188 + 1 :],
+            "idle.ts": idle, "nearly_idle.ts": idle[2 * 188 :],
+        }.items():
+            pathlib.Path(name).write_bytes(content)
+        with open("far.ts", "wb") as far:  # the first packet behind 4 GiB
+            far.seek(22_845_571 * 188)
+            far.write(ten)
+        told = re.compile(r"^.*(?:\(ERR\)|Moved to|bytes/records|Processed/).*$", re.M)
+        for case in table("input.txt"):
+            status, out, err = korva(*case.args, input=many)
+            with self.subTest(case.args):
+                self.assertEqual((status, told.findall(err)), (case.status, case.lines))
+                self.assertEqual(out, "\n" if "Processed/" in err else "")
+
+    def test_damage(self):
+        section = "enabled = true; max_pdts_delta_ms = 0; max_ndat_pcount = 200;"
+        pathlib.Path("ndat.cfg").write_text(f"vnt: {{ stream_analyzer: {{ {section} }}; }};\n")
+        for case in table("damage.txt"):
+            with self.subTest(case.lines[0]):
+                self.check_damage(case)
+
+    def check_damage(self, case):
+        args = (*case.args, "-a", "on", "-S", "x", "stream.ts")
+        stream = sample("clean.ts")
+        self.write("stream.ts", stream)
+        status, out, err = korva(*args)
+        self.assertEqual((status, out, "(WRN)" in err), (0, "\n", False))
+
+        for name in (line[7:] for line in case.lines if line.startswith("damage ")):
+            stream = DAMAGES[name](stream)
+        self.write("stream.ts", stream)
+        status, out, err = korva(*args)
+        wanted = [line.split(" ", 1) for line in case.lines if not line.startswith("damage ")]
+        for n, pattern in wanted:
+            self.assertEqual(matches(out + err, "<time> " + pattern), int(n), pattern)
+        total = sum(int(n) for n, pattern in wanted if pattern.startswith("<pid>"))
+        self.assertEqual((status, out.count("\n"), err.count("  ALERT ")), (0, total + 1, total))
+
+    def start(self, *args):
+        """A run that reads a pipe, and the pipe's other end."""
+        os.mkfifo("pipe")
+        command = [PROGRAM, "-a", "on", "-S", "x", *args, "pipe"]
+        program = subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, env=ENV)
+        self.addCleanup(program.kill)
+        return program, open("pipe", "wb", buffering=0)
+
+    # A jump to 0 is a reset if it comes long enough after the one before: here the writer waits.
+    def test_counter_restarted_after_a_pause(self):
+        stream = DAMAGES["counter restarted twice"](sample("clean.ts"))
+        program, pipe = self.start("-A", "max_zreset_time=300")
+        pipe.write(b"".join(stream[:500]))
+        first = masked(program.stdout.readline())
+        self.assertRegex(first, r"^<time> <pid>  ALERT CC-BRK x 258 0 4 0 0:1\[472\]:")
+        time.sleep(0.4)
+        pipe.write(b"".join(stream[500:]))
+        pipe.close()
+        reset = masked(program.communicate()[0])
+        said = r"<time> <pid>  ALERT CC-RST x 258 0 9 0 (\d+) 0:1\[863\]:.*\n\n"
+        found = re.fullmatch(said, reset)
+        self.assertTrue(found and int(found[1]) >= 400, reset)
+
+    # After a signal the rest is read and counted, but not analyzed; a second one changes nothing.
+    def test_signals(self):
+        first = small_capture(100)
+        first[-1][3] ^= 2  # the alert shows that the first block was analyzed
+        program, pipe = self.start("-v", "-A", "max_zreset_time=0")
+        pipe.write(b"".join(first))
+        alert = masked(program.stdout.readline())
+        self.assertEqual(alert, "<time> <pid>  ALERT CC-BRK x 257 0 10 9 0:0[100]\n")
+        for number in (signal.SIGINT, signal.SIGTERM):
+            program.send_signal(number)
+            handled = program.stdout.readline() + program.stdout.readline()
+            self.assertEqual(handled.decode(), f"\nSIG({number})\n")
+        pipe.write(b"".join(small_capture(150)))
+        pipe.close()
+        out, err = (masked(output) for output in program.communicate())
+        self.assertEqual((program.returncode, out.count("CC-BRK"), out[-1:]), (0, 0, "\n"))
+        self.assertIn("47000/100 bytes/records read from [pipe]\n", err)
+        self.assertIn("\tProcessed/analyzed             100/60\n", err)
+
+    # A lost output costs no more than that output; standard error has a line about it at its end.
+    def test_closed_and_full_standard_streams(self):
+        command = f"exec {PROGRAM} -a on -A max_zreset_time=0 {SAMPLES}/damaged.ts "
+        _, out, err = run("sh", "-c", command)
+        self.assertEqual((out.count("ALERT"), err.count(" ALERT ")), (4, 4))
+        for redirection, wanted in {
+            "<&-": (0, out, err), ">&-": (0, "", err), "2>&-": (0, out, ""),
+            "<&- >&- 2>&-": (0, "", ""),
+            "2>/dev/full": (0, out, ""), ">/dev/full": (0, "", err + LOST_OUT),
+        }.items():
+            self.assertEqual(run("sh", "-c", command + redirection), wanted, redirection)
+
+        # A reader that has gone ends the program the usual way, at its first line.
+        gone = f"set -o pipefail; {{ sleep 0.2; {command}; }} | true"
+        status, _, err = run("bash", "-c", gone)
+        self.assertEqual((status, err.count(" ALERT ")), (128 + signal.SIGPIPE, 1))
+
+    @unittest.skipUnless(FAULTS, "a sanitizer has its own calls of the C library")
+    def test_read_error_ends_the_run_like_the_end_of_the_file(self):
+        fault = {"LD_PRELOAD": str(*FAULTS), "FAIL_READ": "2"}
+        status, _, err = korva("-v", SAMPLES / "damaged.ts", env=fault)
+        self.assertEqual(status, 0)
+        self.assertIn("300800/1600 bytes/records read from", err)
+        self.assertIn("tsan_stats END", err)
+
+    # Each allocation in turn, until the program makes no more.
+    @unittest.skipUnless(FAULTS, "a sanitizer has its own calls of the C library")
+    def test_every_refused_allocation_is_survived(self):
+        stream = sample("clean.ts")
+        for damage in ("PAT gains one", "PMT announces"):
+            stream = next(do(stream) for name, do in DAMAGES.items() if name.startswith(damage))
+        self.write("s.ts", stream[:600])
+        refused = set()
+        for n in range(1, 100):
+            fault = {"LD_PRELOAD": str(*FAULTS), "FAIL_CALLOC": str(n)}
+            status, _, err = korva("s.ts", env=fault)
+            if status == 99:
+                break
+            refused.update(re.findall(r"(\w+): calloc\(", err))
+            has_context = "tsan_init: calloc(" not in err
+            wanted = (0, True) if has_context else (12, False)
+            self.assertEqual((status, "tsan_stats END" in err), wanted)
+        self.assertEqual(refused, {"tsan_init", "dup_psi_sec", "another_PAT", "merge_PATs",
+                                   "open_ctxt", "update_PMT"})
+
+
+signal.alarm(200)  # a program that does not write would be waited for
+unittest.main(argv=sys.argv[:1])
