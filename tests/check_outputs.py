@@ -256,6 +256,8 @@ class Outputs(unittest.TestCase):
             ("--exit-alerts=CC-BRK,cc", "clean.ts", 22),
             ("-v", "none.ts", 0),
             ("--exit-alerts=CC-BRK", "none.ts", 3),
+            ("-v", ".", 0),  # a directory can be opened, not read
+            ("--exit-alerts=CC-BRK", ".", 3),
             ("--json=/dev/full", "clean.ts", 2),
             ("--report=/dev/full", "clean.ts", 2),
             ("--json=/nonexistent/x", "clean.ts", 2),
@@ -264,6 +266,7 @@ class Outputs(unittest.TestCase):
         self.assertIn(b"[cc]", self.korva("--exit-alerts=cc", "clean.ts").stderr)
         for end, *args in (("limit", "-m", "9", "clean.ts"), ("complete", "-m", "1993", "clean.ts"),
                            ("cannot-open", "none.ts"), ("stopped", "cut.ts"),
+                           ("read-failed", "."),
                            ("failed", "-r", "2", "/dev/stdin")):
             run, last = self.korva(*self.both, *args, input=b""), self.records()[-1]
             self.assertEqual((last["end"], last["status"]), (end, run.returncode))
@@ -305,7 +308,10 @@ class Outputs(unittest.TestCase):
             self.assertEqual(found, [None, "CC-BRK", "PMT-DIFF", "CC-BRK", *end])
 
     def test_progress_line(self):
-        master, slave = pty.openpty()
+        try:
+            master, slave = pty.openpty()
+        except OSError:
+            self.skipTest("no pseudo-terminals here")
         run, fifo = self.start("--progress", stderr=slave)
         os.close(slave)
         with fifo:

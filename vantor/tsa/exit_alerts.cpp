@@ -39,7 +39,7 @@ int exit_alerts::choose(const char *kinds) {
   }
 }
 
-int exit_alerts::status(int status, bool cannot_open) const {
-  const bool is_hit = cannot_open ? is_on() : (chosen & raised) != 0;
+int exit_alerts::status(int status, bool unreadable) const {
+  const bool is_hit = unreadable ? is_on() : (chosen & raised) != 0;
   return status == EXIT_STATUS_OK && is_hit ? EXIT_STATUS_ALERTS : status;
 }

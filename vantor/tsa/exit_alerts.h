@@ -14,9 +14,9 @@ public:
   bool is_on() const { return chosen != 0; }
   void alert(const tsan_alert &a) { raised |= 1u << a.kind; }
 
-  // The status of a run that would end with `status`: a file that could not be opened counts like
-  // an alert of every kind.
-  int status(int status, bool cannot_open) const;
+  // The status of a run that would end with `status`: a file that could not be opened, or not
+  // be read to its end, counts like an alert of every kind.
+  int status(int status, bool unreadable) const;
 
 private:
   unsigned chosen = 0, raised = 0; // bit per tsan_alert_kind

@@ -31,7 +31,7 @@ struct run_state {
   size_t bytes = 0;   // delivered by all blocks
   size_t records = 0; // packets analyzed
   run_end end = run_end::failed;
-  int open_errno = 0;
+  int file_errno = 0;
   outputs out;
 };
 
@@ -107,8 +107,9 @@ run_end end_of_loop(const run_state &run, int rc) {
     return run_end::stopped;
   if (g_quit)
     return run_end::signal;
-  // The packet that met the limit was analyzed, but not counted.
-  return tsan_get_pidx(run.ctx) > run.records ? run_end::limit : run_end::complete;
+  if (tsan_get_pidx(run.ctx) > run.records)
+    return run_end::limit; // that packet was analyzed, but not counted
+  return run.file.read_errno() != 0 ? run_end::read_failed : run_end::complete;
 }
 
 void start_progress(run_state &run) {
@@ -128,6 +129,7 @@ int analyze_file(run_state &run) {
   start_progress(run);
   const int rc = read_loop(run);
   run.end = end_of_loop(run, rc);
+  run.file_errno = run.file.read_errno();
   run.out.line.finish();
 
   tsan_check_ndat(run.ctx);
@@ -152,7 +154,7 @@ int run_program(int argc, char **argv, run_state &run) {
   if (const int err = run.file.open(g_cfg.fpath)) {
     fprintf(stderr, "Cannot open [%s]: %s\n", g_cfg.fpath, strerror(err));
     run.end = run_end::cannot_open;
-    run.open_errno = err;
+    run.file_errno = err;
     run.out.cannot_open(err);
     return rc;
   }
@@ -175,7 +177,7 @@ int finish(run_state &run, int rc) {
     rc = run.out.finish({.ctx = run.ctx,
                          .end = run.end,
                          .status = rc,
-                         .open_errno = run.open_errno,
+                         .file_errno = run.file_errno,
                          .bytes = run.bytes,
                          .records = run.records});
     tsan_free(run.ctx);

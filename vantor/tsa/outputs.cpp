@@ -68,7 +68,7 @@ void outputs::cannot_open(int error) {
 }
 
 int outputs::finish(run_info run) {
-  run.status = exit.status(run.status, run.end == run_end::cannot_open);
+  run.status = exit.status(run.status, is_unreadable(run.end));
   if (json.is_open())
     json_report(json, run, data);
   if (page.is_open())

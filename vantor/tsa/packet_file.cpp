@@ -36,10 +36,12 @@ void packet_file::refill() {
   begin = 0;
   while (end < BLOCK_SIZE && !at_end) {
     const ssize_t n = read(fd, &buf[end], CAPACITY - end);
-    if (n > 0)
+    if (n > 0) {
       end += static_cast<size_t>(n);
-    else
-      at_end = n == 0 || errno != EINTR;
+    } else if (n == 0 || errno != EINTR) {
+      at_end = true;
+      error = n == 0 ? 0 : errno;
+    }
   }
 }
 

@@ -28,6 +28,9 @@ public:
   // read error; a partial packet at the end is not delivered.
   std::span<const uint8_t> next_block();
 
+  // The errno of the read(2) that made the end, 0 when it was the file's.
+  int read_errno() const { return error; }
+
   void close();
 
 private:
@@ -39,6 +42,7 @@ private:
 
   int fd = -1;
   bool at_end = false;
+  int error = 0;
   size_t begin = 0, end = 0; // bytes read and not handed out
   std::unique_ptr<uint8_t[]> buf;
 };

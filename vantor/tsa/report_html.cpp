@@ -30,7 +30,9 @@ std::string end_text(const run_info &run) {
   case run_end::stopped:
     return "The run ended before the end of the file.";
   case run_end::cannot_open:
-    return std::string("The file cannot be opened: ") + strerror(run.open_errno) + ".";
+    return std::string("The file cannot be opened: ") + strerror(run.file_errno) + ".";
+  case run_end::read_failed:
+    return std::string("The file cannot be read on from there: ") + strerror(run.file_errno) + ".";
   default:
     return "The run failed before the first packet.";
   }

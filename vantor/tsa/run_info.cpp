@@ -10,9 +10,13 @@ uint64_t packet_offset(uint64_t pkt_idx) {
   return (skipped + pkt_idx - 1) * PKT_SIZE;
 }
 
+bool is_unreadable(run_end end) {
+  return end == run_end::cannot_open || end == run_end::read_failed;
+}
+
 const char *run_end_name(run_end end) {
-  constexpr const char *names[] = {"complete", "limit",  "signal",
-                                   "stopped",  "failed", "cannot-open"};
+  constexpr const char *names[] = {"complete", "limit",       "signal",     "stopped",
+                                   "failed",   "cannot-open", "read-failed"};
   return names[static_cast<size_t>(end)];
 }
 

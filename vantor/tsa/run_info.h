@@ -7,19 +7,22 @@
 #include "tsanalyze/readout.h"
 
 // Why the last packet was the last one.
-enum class run_end { complete, limit, signal, stopped, failed, cannot_open };
+enum class run_end { complete, limit, signal, stopped, failed, cannot_open, read_failed };
 
 struct run_info {
   tsan_t ctx; // still alive
   run_end end;
   int status;     // exit status
-  int open_errno; // why the file could not be opened, else 0
+  int file_errno; // why the file could not be opened or read on, else 0
   size_t bytes;   // read
   size_t records; // packets counted
 };
 
 // Byte of the file at which the run's packet number `pkt_idx` (1-based) begins.
 uint64_t packet_offset(uint64_t pkt_idx);
+
+// True when the file, or its rest, could not be had.
+bool is_unreadable(run_end end);
 
 // Name of an end, as JSON has it.
 const char *run_end_name(run_end end);
