@@ -69,6 +69,22 @@ keys = set(re.findall(r'(?:look|load_config|get_member)\w*\(\w+, "(\w+)"', setti
 keys |= set(re.findall(r'\{"(\w+)", &tsan_config::\w+, \w+\}', settings)) | {k for k, _ in traces}
 check_names("key", keys, {"korva.1": page, "korva.conf": conf})
 
+# What bash offers behind the cursor; only the part behind the last "=" or ":" is replaced.
+for line, choices in {
+    "korva --ex": "--exit-alerts",
+    "korva -A pcr_": "pcr_delta= pcr_freq=",
+    "korva -Apcr_f": "-Apcr_freq=",
+    "korva -A cc_track=": "0 1",
+    "korva -k pmt_d:pat_": "pat_pmt pat_d",
+    "korva -a on -Y local1": "local1",
+    "korva --exit-alerts=CC-BRK,PID": "CC-BRK,PID-NDAT",
+    "korva --exit-alerts ": "",
+}.items():
+    script = ("compopt() { :; }; source completions/korva.bash; COMP_LINE=$1 COMP_POINT=${#1};"
+              '_korva; echo "${COMPREPLY[*]}"')
+    offered = run("bash", "-c", script, "-", line).stdout
+    check(offered.split() == choices.split(), f"{line}: bash offers {offered}")
+
 # The example settings load, and find nothing in a stream that has nothing.
 with tempfile.NamedTemporaryFile("w") as readme:
     readme.write(re.search(r"^    vnt: \{.*?^    \};", read("README.md"), re.M | re.S)[0])
