@@ -292,14 +292,17 @@ class Runs(unittest.TestCase):
         pipe.write(b"".join(first))
         alert = masked(program.stdout.readline())
         self.assertEqual(alert, "<time> <pid>  ALERT CC-BRK x 257 0 10 9 0:0[100]\n")
-        for number in (signal.SIGINT, signal.SIGTERM):
-            program.send_signal(number)
-            handled = program.stdout.readline() + program.stdout.readline()
-            self.assertEqual(handled.decode(), f"\nSIG({number})\n")
+        program.send_signal(signal.SIGINT)
+        handled = program.stdout.readline() + program.stdout.readline()
+        self.assertEqual(handled, b"\nSIG(2)\n")
+        # A sanitizer may hold a signal that comes while it handles another back till the next read.
+        program.send_signal(signal.SIGTERM)
         pipe.write(b"".join(small_capture(150)))
         pipe.close()
         out, err = (masked(output) for output in program.communicate())
-        self.assertEqual((program.returncode, out.count("CC-BRK"), out[-1:]), (0, 0, "\n"))
+        silent = "<time> <pid>  ALERT PID-NDAT x {} 0:0[100]\n"
+        self.assertEqual(out, f"\nSIG(15)\n{silent}{silent}\n".format("258 0 1", "259 0 2"))
+        self.assertEqual(program.returncode, 0)
         self.assertIn("47000/100 bytes/records read from [pipe]\n", err)
         self.assertIn("\tProcessed/analyzed             100/60\n", err)
 
