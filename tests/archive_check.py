@@ -69,9 +69,9 @@ class Archive(unittest.TestCase):
                 content(path)
         (self.dir / "list").write_bytes(b"".join(os.fsencode(path) + b"\0" for path in self.want))
 
-    def command(self, *options, source="list"):
+    def command(self, *options, source="list", korva_options=""):
         return [ROOT / "tools/korva-archive", "-j2", "-o", self.out, "--korva", self.korva,
-                *options, self.dir / source, "--", "-A", "max_zreset_time=0"]
+                *options, self.dir / source, "--", "-A", "max_zreset_time=0", *korva_options.split()]
 
     def archive(self, *options, status=0, **source):
         run = subprocess.run(self.command(*options, **source), capture_output=True)
@@ -125,6 +125,11 @@ class Archive(unittest.TestCase):
         self.assertEqual(set(again.values()), {1})
         self.check_table(self.archive("--resume"))
         self.assertEqual(self.ran(), before + again)
+
+    def test_options_that_fail(self):
+        self.make(0, 4)
+        self.want = {path: ("failed", 0, {}, want[3]) for path, want in self.want.items()}
+        self.check_table(self.archive(korva_options="-A pcr_freq"))
 
     def test_new_files_in_a_directory(self):
         for first, options in ((0, ()), (26, ("--resume",))):
