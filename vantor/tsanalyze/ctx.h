@@ -7,8 +7,15 @@
 #include "tsanalyze/records.h"
 #include "tsanalyze/tsan.h"
 
-// Nothing that is known, the PAT, each program's PMT, each stream.
-enum : size_t { MAX_PLACES = 2 + MAX_PMTS + MAX_PMTS * MAX_NSTREAMS };
+// Where a packet can belong, as indices: to nothing that is known, to the PAT, each program's PMT,
+// each program's streams.
+enum : size_t {
+  PLACE_NOTHING,
+  PLACE_PAT,
+  PLACE_PMT,
+  PLACE_STREAM = PLACE_PMT + MAX_PMTS,
+  MAX_PLACES = PLACE_STREAM + MAX_PMTS * MAX_NSTREAMS,
+};
 
 struct tsan_ctx {
   tsan_config cfg;
@@ -23,7 +30,7 @@ struct tsan_ctx {
   uint64_t last_pkt_idx; // 1-based
   psi_block pat;         // the first PAT of the run
   psi_block *new_pat;    // a later PAT being gathered, or null
-  seen_section seen_pat; // a later PAT, of one section, known to be equal to the first
+  seen_section seen_pat; // a later PAT, of one section, known to change nothing
   uint64_t pre_skipped;
   gen_alert_count gac;
   timespec start_tm;
@@ -36,7 +43,7 @@ struct tsan_ctx {
   time_t lostsync_start; // wall-clock second at which the lost-sync window began
   size_t lostsync_count; // cases in that window
   tsan_readout readout;
-  dgram_info places[MAX_PLACES];   // everything that a PID can carry; an entry never changes
+  dgram_info places[MAX_PLACES];   // an entry is only ever filled with the same, so dat stays good
   const dgram_info *pids[TS_PIDS]; // what each PID carries now (pids.h)
 };
 

@@ -128,11 +128,12 @@ void compact_pids(const tsan_ctx *tc, merge_lists &lists) {
   lists.count -= lists.deleted;
 }
 
-void merge_PATs(tsan_ctx *tc, unsigned last) {
+// Takes over the PMT PIDs of the new PAT. Returns false when nothing changes by it.
+bool merge_PATs(tsan_ctx *tc, unsigned last) {
   const calloc_ptr<merge_lists> lists{
       static_cast<merge_lists *>(W_calloc(__func__, 1, sizeof(merge_lists)))};
   if (!lists)
-    return;
+    return true;
   std::copy_n(tc->pmt_pid, tc->nprogs, lists->old);
   std::copy_n(tc->pmt_pid, MAX_PMTS, lists->pid); // with what stands behind the list's end
   lists->count = lists->old_count = tc->nprogs;
@@ -142,15 +143,19 @@ void merge_PATs(tsan_ctx *tc, unsigned last) {
   compact_pids(tc, *lists);
 
   TASSERT_AS(lists->count < MAX_PMTS, "tc->nprogs < MAX_PMTS");
+  lists->pid[lists->count] = 0;
+  const bool is_diff = lists->added != 0 || lists->deleted != 0;
+  if (!is_diff && std::ranges::equal(std::span(lists->pid, MAX_PMTS), tc->pmt_pid))
+    return false;
   tc->nprogs = lists->count;
   std::copy_n(lists->pid, MAX_PMTS, tc->pmt_pid);
-  tc->pmt_pid[tc->nprogs] = 0;
   pids_rebuild(tc);
 
-  if (lists->added != 0 || lists->deleted != 0) {
+  if (is_diff) {
     alert_pat_diff(tc, lists->added, lists->deleted);
     reset_ndat_pcount(tc);
   }
+  return true;
 }
 
 void free_new_pat(tsan_ctx *tc) {
@@ -211,8 +216,9 @@ void another_PAT(tsan_ctx *tc, psi_section *sec) {
   }
   if (tc->cfg.trk.pat_pmt_pkt)
     LOG(g_log, INFO_level, "%s: new PAT ready for comparison at %s\n", __func__, ptag(tc));
-  if (!psi_table_compare(tc->pat.sec, tc->new_pat->sec))
-    merge_PATs(tc, psi_get_lastsection(sec->data));
+  const bool is_equal = psi_table_compare(tc->pat.sec, tc->new_pat->sec);
+  if (!is_equal && merge_PATs(tc, psi_get_lastsection(sec->data)))
+    tc->seen_pat.size = 0; // what changed nothing before can do so now
   else if (is_first_section)
     remember_section(&tc->seen_pat, sec);
   free_new_pat(tc);

@@ -4,27 +4,25 @@
 
 namespace {
 
-enum : size_t { NOTHING, PAT, FIRST_PMT, FIRST_STREAM = FIRST_PMT + MAX_PMTS };
-
 const dgram_info *place(tsan_ctx *tc, size_t index, const dgram_info &content) {
   tc->places[index] = content;
   return &tc->places[index];
 }
 
 const dgram_info *nothing(tsan_ctx *tc) {
-  return place(tc, NOTHING, {-1, -1, false, false, nullptr, nullptr});
+  return place(tc, PLACE_NOTHING, {-1, -1, false, false, nullptr, nullptr});
 }
 
 const dgram_info *pat(tsan_ctx *tc) {
-  return place(tc, PAT, {-1, -1, true, false, nullptr, nullptr});
+  return place(tc, PLACE_PAT, {-1, -1, true, false, nullptr, nullptr});
 }
 
 const dgram_info *pmt(tsan_ctx *tc, size_t i) {
-  return place(tc, FIRST_PMT + i, {static_cast<ssize_t>(i), -1, false, true, &tc->pg[i], nullptr});
+  return place(tc, PLACE_PMT + i, {static_cast<ssize_t>(i), -1, false, true, &tc->pg[i], nullptr});
 }
 
 const dgram_info *stream(tsan_ctx *tc, size_t i, size_t j) {
-  return place(tc, FIRST_STREAM + i * MAX_NSTREAMS + j,
+  return place(tc, PLACE_STREAM + i * MAX_NSTREAMS + j,
                {static_cast<ssize_t>(i), static_cast<ssize_t>(j), false, false, &tc->pg[i],
                 &tc->pg[i].stm[j]});
 }

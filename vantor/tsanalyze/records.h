@@ -67,7 +67,7 @@ struct seen_section {
   uint8_t data[TS_PKT_SIZE];
 };
 
-// A program; likewise.
+// A program; what each of its packets touches comes first.
 struct program_info {
   size_t nstreams;
   sa_stats stat;
