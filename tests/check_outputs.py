@@ -268,8 +268,12 @@ class Outputs(unittest.TestCase):
                            ("cannot-open", "none.ts"), ("stopped", "cut.ts"),
                            ("read-failed", "."),
                            ("failed", "-r", "2", "/dev/stdin")):
-            run, last = self.korva(*self.both, *args, input=b""), self.records()[-1]
+            run = self.korva(*self.both, *args, input=b"")
+            *_, before, last = self.records()
             self.assertEqual((last["end"], last["status"]), (end, run.returncode))
+            if end in ("cannot-open", "read-failed"):
+                self.assertEqual((before["kind"], before["packet"]), (end.upper(), 0))
+                self.assertEqual(before["message"], os.strerror(before["errno"]))
 
     def test_input_is_never_overwritten(self):
         os.link("damaged.ts", "link.ts")

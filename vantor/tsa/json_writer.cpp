@@ -153,16 +153,16 @@ void json_alert(output_file &out, const tsan_alert &a) {
   put(out, r);
 }
 
-void json_cannot_open(output_file &out, int error) {
+void json_unreadable(output_file &out, const run_info &run) {
   put(out, {{"record", "alert"},
-            {"kind", "CANNOT-OPEN"},
+            {"kind", run.end == run_end::cannot_open ? "CANNOT-OPEN" : "READ-FAILED"},
             {"program", nullptr},
             {"pid", nullptr},
-            {"packet", 0},
+            {"packet", tsan_get_pidx(run.ctx)},
             {"offset", nullptr},
             {"time", nullptr},
-            {"errno", error},
-            {"message", strerror(error)}});
+            {"errno", run.file_errno},
+            {"message", strerror(run.file_errno)}});
 }
 
 void json_report(output_file &out, const run_info &run, const report_data &data) {

@@ -10,5 +10,5 @@ void json_header(output_file &out);
 void json_alert(output_file &out, const tsan_alert &alert);
 void json_report(output_file &out, const run_info &run, const report_data &data);
 
-// The record of a file that could not be opened.
-void json_cannot_open(output_file &out, int error);
+// The record of a file that could not be opened, or not be read to its end.
+void json_unreadable(output_file &out, const run_info &run);

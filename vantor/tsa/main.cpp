@@ -155,7 +155,6 @@ int run_program(int argc, char **argv, run_state &run) {
     fprintf(stderr, "Cannot open [%s]: %s\n", g_cfg.fpath, strerror(err));
     run.end = run_end::cannot_open;
     run.file_errno = err;
-    run.out.cannot_open(err);
     return rc;
   }
   rc = seek_start(run.file);

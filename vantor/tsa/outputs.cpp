@@ -62,13 +62,11 @@ void outputs::on_sample(void *self, const tsan_sample *sample) {
   static_cast<outputs *>(self)->data.sample(*sample);
 }
 
-void outputs::cannot_open(int error) {
-  if (json.is_open())
-    json_cannot_open(json, error);
-}
-
 int outputs::finish(run_info run) {
-  run.status = exit.status(run.status, is_unreadable(run.end));
+  const bool unreadable = is_unreadable(run.end);
+  run.status = exit.status(run.status, unreadable);
+  if (json.is_open() && unreadable)
+    json_unreadable(json, run);
   if (json.is_open())
     json_report(json, run, data);
   if (page.is_open())

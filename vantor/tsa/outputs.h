@@ -16,9 +16,6 @@ public:
   // Begins to listen to the analyzer.
   void listen(tsan_t ctx);
 
-  // Records that the file could not be opened.
-  void cannot_open(int error);
-
   // Completes all files. Returns the status of the run.
   int finish(run_info run);
 

@@ -31,11 +31,11 @@ uint64_t packet_file::remaining() const {
 
 // Reads until there is a block, or no more.
 void packet_file::refill() {
-  memmove(buf.get(), &buf[begin], end - begin);
+  memmove(buf.get(), buf.get() + begin, end - begin);
   end -= begin;
   begin = 0;
   while (end < BLOCK_SIZE && !at_end) {
-    const ssize_t n = read(fd, &buf[end], CAPACITY - end);
+    const ssize_t n = read(fd, buf.get() + end, CAPACITY - end);
     if (n > 0) {
       end += static_cast<size_t>(n);
     } else if (n == 0 || errno != EINTR) {
@@ -49,7 +49,7 @@ std::span<const uint8_t> packet_file::next_block() {
   if (end - begin < BLOCK_SIZE)
     refill();
   const size_t size = std::min<size_t>(end - begin, BLOCK_SIZE) / PKT_SIZE * PKT_SIZE;
-  const std::span block(&buf[begin], size);
+  const std::span block(buf.get() + begin, size);
   begin += size;
   return block;
 }

@@ -34,8 +34,8 @@ public:
   void close();
 
 private:
-  // As large as the second-level cache of a server core: the kernel copies faster into memory that
-  // is not in that cache than into memory that is.
+  // About the second-level cache of a server core: measured, the kernel copies faster into memory
+  // that is not in that cache than into memory that is.
   enum : size_t { BLOCK_SIZE = BLOCK_PKTS * PKT_SIZE, CAPACITY = 44 * BLOCK_SIZE };
 
   void refill();

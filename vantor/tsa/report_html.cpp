@@ -20,6 +20,7 @@ enum : size_t {
 };
 
 std::string end_text(const run_info &run) {
+  const std::string reason = strerror(run.file_errno) + std::string(".");
   switch (run.end) {
   case run_end::complete:
     return "The file was read to its end.";
@@ -30,9 +31,9 @@ std::string end_text(const run_info &run) {
   case run_end::stopped:
     return "The run ended before the end of the file.";
   case run_end::cannot_open:
-    return std::string("The file cannot be opened: ") + strerror(run.file_errno) + ".";
+    return "The file cannot be opened: " + reason;
   case run_end::read_failed:
-    return std::string("The file cannot be read on from there: ") + strerror(run.file_errno) + ".";
+    return "Reading failed after " + grouped(run.bytes) + " bytes: " + reason;
   default:
     return "The run failed before the first packet.";
   }
