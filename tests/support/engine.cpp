@@ -17,7 +17,7 @@ time_t wall_seconds() {
   return test_seconds;
 }
 
-engine::engine(int level) : out(open_memstream(&text, &size)) {
+engine::engine() : out(open_memstream(&text, &size)) {
   cfg.is_enabled = cfg.access_log_alerts = cfg.cc_track = true;
   strcpy(cfg.source, "src");
   cfg.max_skip_pkts = 5000;
@@ -25,7 +25,7 @@ engine::engine(int level) : out(open_memstream(&text, &size)) {
   log_default(g_access_log, out);
   g_log->time_format = g_access_log->time_format = f_NO_TIME;
   g_log->group = mk_n64_tag("FSCN");
-  g_mod_ll[0] = level;
+  g_mod_ll[0] = NORM_level;
   test_now = {100, 0};
   test_seconds = 1000;
 }
@@ -62,9 +62,9 @@ std::string engine::run() {
   return {text + from, size - from};
 }
 
-engine &engine::start(const pmt_spec &pmt) {
+engine &engine::start() {
   s.pat({{1, 100}});
-  s.pmt(100, pmt);
+  s.pmt(100, {.pcr_pid = 101, .es = {{0x1b, 101}, {0x0f, 102}}});
   run();
   return *this;
 }

@@ -20,8 +20,7 @@ extern time_t test_seconds; // wall-clock time, for wall_seconds(); at first 100
 
 class engine {
 public:
-  // `level`: threshold of the analyzer's log module.
-  explicit engine(int level = NORM_level);
+  engine();
   ~engine();
   engine(const engine &) = delete;
 
@@ -40,8 +39,9 @@ public:
   void feed();
   // Does that and returns what was written since the last time.
   std::string run();
-  // Hands a PAT and a PMT on PID 100 over, whatever is written then.
-  engine &start(const pmt_spec &pmt = {.pcr_pid = 101, .es = {{0x1b, 101}, {0x0f, 102}}});
+  // Hands a PAT and a PMT on PID 100 over, of video on 101 and audio on 102, whatever is written
+  // then.
+  engine &start();
 
 private:
   char *text = nullptr;

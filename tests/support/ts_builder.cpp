@@ -1,12 +1,12 @@
 #include "support/ts_builder.h"
 
 #include <algorithm>
+#include <span>
 
 #include <bitstream/mpeg/psi/psi.h>
 
 namespace {
 
-constexpr uint16_t pat_pid = 0, null_pid = 0x1fff;
 constexpr size_t crc_size = 4;
 
 void put16(ts_bytes &out, unsigned value) {
@@ -14,16 +14,15 @@ void put16(ts_bytes &out, unsigned value) {
   out.push_back(static_cast<uint8_t>(value));
 }
 
-// A 13-bit PID or 12-bit length behind its reserved bits, all set.
+// A 13-bit PID behind its reserved bits, all set.
 void put_pid(ts_bytes &out, unsigned pid) {
   put16(out, 0xe000U | pid);
 }
-void put_length(ts_bytes &out, size_t length) {
-  put16(out, 0xf000U | static_cast<unsigned>(length));
-}
 
-void append(ts_bytes &out, const ts_bytes &more) {
-  out.insert(out.end(), more.begin(), more.end());
+// Descriptors behind their 12-bit length.
+void put_descriptors(ts_bytes &out, const ts_bytes &descriptors) {
+  put16(out, 0xf000U | static_cast<unsigned>(descriptors.size()));
+  out.insert(out.end(), descriptors.begin(), descriptors.end());
 }
 
 ts_bytes section_header(uint8_t table_id, const section_spec &spec) {
@@ -35,9 +34,12 @@ ts_bytes section_header(uint8_t table_id, const section_spec &spec) {
   return out;
 }
 
-void finish_section(ts_bytes &section) {
+// Adds a CRC_32, and writes the length of it all.
+ts_bytes finished(ts_bytes section) {
   section.resize(section.size() + crc_size);
-  seal_section(section);
+  psi_set_length(section.data(), static_cast<uint16_t>(section.size() - PSI_HEADER_SIZE));
+  psi_set_crc(section.data());
+  return section;
 }
 
 // PTS or DTS behind its 4-bit prefix, with the three marker bits.
@@ -47,15 +49,25 @@ void put_stamp(ts_bytes &out, unsigned prefix, uint64_t stamp) {
   put16(out, static_cast<unsigned>(stamp << 1 & 0xfffe) | 1);
 }
 
+ts_bytes pes_bytes(const pes_spec &spec) {
+  const unsigned flags = (spec.pts ? 2U : 0U) | (spec.dts ? 1U : 0U);
+  ts_bytes out = {0, 0, 1, spec.stream_id, 0, 0, 0x80, static_cast<uint8_t>(flags << 6), 0};
+  if (spec.pts)
+    put_stamp(out, flags, *spec.pts);
+  if (spec.dts)
+    put_stamp(out, 1, *spec.dts);
+  out[8] = static_cast<uint8_t>(out.size() - 9);
+  return out;
+}
+
 // The adaptation field, its length byte included.
 ts_bytes adaptation_field(const packet_spec &spec, size_t room) {
-  const size_t content = spec.pcr ? 7 : spec.discontinuity ? 1 : 0;
-  const size_t fill = spec.has_payload ? content : room - 1;
+  const size_t fill = !spec.has_payload ? room - 1 : spec.pcr ? 7 : 0;
   const uint8_t length = spec.af_length.value_or(static_cast<uint8_t>(fill));
 
   ts_bytes out = {length};
   if (length > 0)
-    out.push_back(static_cast<uint8_t>((spec.discontinuity ? 0x80 : 0) | (spec.pcr ? 0x10 : 0)));
+    out.push_back(spec.pcr ? 0x10 : 0);
   if (spec.pcr) {
     put16(out, static_cast<unsigned>(*spec.pcr >> 17));
     put16(out, static_cast<unsigned>(*spec.pcr >> 1));
@@ -67,51 +79,29 @@ ts_bytes adaptation_field(const packet_spec &spec, size_t room) {
 
 } // namespace
 
-void seal_section(ts_bytes &section) {
-  psi_set_length(section.data(), static_cast<uint16_t>(section.size() - PSI_HEADER_SIZE));
-  psi_set_crc(section.data());
-}
-
 ts_bytes pat_section(const std::vector<pat_entry> &entries, const section_spec &spec) {
   ts_bytes out = section_header(0x00, spec);
   for (const pat_entry &entry : entries) {
     put16(out, entry.program);
     put_pid(out, entry.pid);
   }
-  finish_section(out);
-  return out;
+  return finished(out);
 }
 
 ts_bytes pmt_section(const pmt_spec &spec) {
-  ts_bytes out =
-      section_header(0x02, {.id = spec.program, .version = spec.version, .current = spec.current});
+  ts_bytes out = section_header(0x02, {.id = spec.program, .version = spec.version});
   put_pid(out, spec.pcr_pid);
-  put_length(out, spec.descriptors.size());
-  append(out, spec.descriptors);
+  put_descriptors(out, spec.descriptors);
   for (const es_spec &es : spec.es) {
     out.push_back(es.type);
     put_pid(out, es.pid);
-    put_length(out, es.descriptors.size());
-    append(out, es.descriptors);
+    put_descriptors(out, es.descriptors);
   }
-  finish_section(out);
-  return out;
-}
-
-ts_bytes pes_bytes(const pes_spec &spec) {
-  const unsigned flags = (spec.pts ? 2U : 0U) | (spec.dts ? 1U : 0U);
-  ts_bytes out = {0, 0, 1, spec.stream_id, 0, 0, 0x80, static_cast<uint8_t>(flags << 6), 0};
-  if (spec.pts)
-    put_stamp(out, flags, *spec.pts);
-  if (spec.dts)
-    put_stamp(out, 1, *spec.dts);
-  out[8] = static_cast<uint8_t>(out.size() - 9);
-  append(out, spec.data);
-  return out;
+  return finished(out);
 }
 
 ts_packet make_packet(uint16_t pid, uint8_t cc, const packet_spec &spec, const ts_bytes &payload) {
-  const bool has_field = !spec.has_payload || spec.discontinuity || spec.pcr || spec.af_length;
+  const bool has_field = !spec.has_payload || spec.pcr || spec.af_length;
   ts_packet pkt;
   pkt.fill(0xff);
   pkt[0] = 0x47;
@@ -140,44 +130,18 @@ ts_packet &ts_stream::packet(uint16_t pid, const packet_spec &spec, const ts_byt
 
 ts_packet &ts_stream::section(uint16_t pid, const ts_bytes &bytes) {
   ts_bytes payload = {0}; // pointer_field: the section starts right behind it
-  append(payload, bytes);
+  payload.insert(payload.end(), bytes.begin(), bytes.end());
   const size_t room = 184;
   for (size_t at = 0; at < payload.size(); at += room) {
-    const auto begin = payload.begin() + static_cast<std::ptrdiff_t>(at);
-    const size_t length = std::min(room, payload.size() - at);
-    packet(pid, {.unit_start = at == 0}, {begin, begin + static_cast<std::ptrdiff_t>(length)});
+    const std::span part = std::span(payload).subspan(at);
+    packet(pid, {.unit_start = at == 0}, {part.begin(), part.end()});
   }
   return packets.back();
-}
-
-ts_packet &ts_stream::pat(const std::vector<pat_entry> &entries, const section_spec &spec) {
-  return section(pat_pid, pat_section(entries, spec));
-}
-
-ts_packet &ts_stream::pmt(uint16_t pid, const pmt_spec &spec) {
-  return section(pid, pmt_section(spec));
 }
 
 ts_packet &ts_stream::pes(uint16_t pid, const pes_spec &pes, packet_spec spec) {
   spec.unit_start = true;
   return packet(pid, spec, pes_bytes(pes));
-}
-
-ts_packet &ts_stream::data(uint16_t pid, const packet_spec &spec) {
-  return packet(pid, spec);
-}
-
-ts_packet &ts_stream::pcr(uint16_t pid, uint64_t base) {
-  return packet(pid, {.has_payload = false, .pcr = base});
-}
-
-ts_packet &ts_stream::null() {
-  return packet(null_pid);
-}
-
-ts_packet &ts_stream::repeat() {
-  const ts_packet last = packets.back();
-  return packets.emplace_back(last);
 }
 
 ts_stream &ts_stream::lose(uint16_t pid, unsigned count) {

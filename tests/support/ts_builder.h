@@ -17,7 +17,6 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
-#include <initializer_list>
 #include <map>
 #include <optional>
 #include <vector>
@@ -29,7 +28,6 @@ using ts_bytes = std::vector<uint8_t>;
 struct packet_spec {
   bool unit_start = false;
   bool has_payload = true;
-  bool discontinuity = false;
   std::optional<uint64_t> pcr = {};      // PCR base, 33 bits; the extension is 0
   std::optional<uint8_t> af_length = {}; // as written, even one past the end
 };
@@ -60,26 +58,17 @@ struct pmt_spec {
   std::vector<es_spec> es = {};
   ts_bytes descriptors = {};
   uint8_t version = 0;
-  bool current = true;
 };
 
 struct pes_spec {
   std::optional<uint64_t> pts = {};
   std::optional<uint64_t> dts = {}; // only together with a PTS
   uint8_t stream_id = 0xe0;
-  ts_bytes data = {};
 };
 
 // Whole sections, from table_id to a correct CRC_32.
 ts_bytes pat_section(const std::vector<pat_entry> &entries, const section_spec &spec = {});
 ts_bytes pmt_section(const pmt_spec &spec);
-
-// A PES header (of a packet of unbounded length) and the data behind it.
-ts_bytes pes_bytes(const pes_spec &spec);
-
-// Writes the length field and the CRC_32 of a section that was changed by hand; `section` ends with
-// its four CRC bytes.
-void seal_section(ts_bytes &section);
 
 // One packet. A payload shorter than the room behind the adaptation field is followed by 0xff, a
 // longer one is cut.
@@ -94,22 +83,27 @@ struct ts_stream {
 
   // PSI. A section is cut into as many packets as it takes.
   ts_packet &section(uint16_t pid, const ts_bytes &bytes);
-  ts_packet &pat(const std::vector<pat_entry> &entries, const section_spec &spec = {});
-  ts_packet &pmt(uint16_t pid, const pmt_spec &spec);
+  ts_packet &pat(const std::vector<pat_entry> &entries, const section_spec &spec = {}) {
+    return section(pat_pid, pat_section(entries, spec));
+  }
+  ts_packet &pmt(uint16_t pid, const pmt_spec &spec) { return section(pid, pmt_section(spec)); }
 
   // Elementary streams: the start of a PES packet, a continuation of one, a PCR without payload.
   ts_packet &pes(uint16_t pid, const pes_spec &pes = {}, packet_spec spec = {});
-  ts_packet &data(uint16_t pid, const packet_spec &spec = {});
-  ts_packet &pcr(uint16_t pid, uint64_t base);
-  ts_packet &null();
+  ts_packet &data(uint16_t pid, const packet_spec &spec = {}) { return packet(pid, spec); }
+  ts_packet &pcr(uint16_t pid, uint64_t base) {
+    return packet(pid, {.has_payload = false, .pcr = base});
+  }
+  ts_packet &null() { return packet(null_pid); }
 
   // The last packet once more, byte by byte.
-  ts_packet &repeat();
+  ts_packet &repeat() { return packets.emplace_back(ts_packet(packets.back())); }
   // `count` packets of the PID get lost: its counter goes on without them.
   ts_stream &lose(uint16_t pid, unsigned count = 1);
 
   ts_bytes bytes() const;
 
 private:
+  enum : uint16_t { pat_pid = 0, null_pid = 0x1fff };
   std::map<uint16_t, uint8_t> next_cc;
 };

@@ -1,10 +1,12 @@
 // Ordinary packets cost no allocation.
 
+#include <cerrno>
 #include <cstdlib>
 
 #include <gtest/gtest.h>
 
 #include "support/engine.h"
+#include "syswrap/syswrap.h"
 
 // The sanitizers count allocations of their own.
 #ifndef KORVA_SANITIZED
@@ -42,6 +44,11 @@ TEST(alloc, none_per_packet) {
     ASSERT_EQ(tsan_process(e, pkt.data()), 0);
   EXPECT_EQ(g_allocations, before);
   EXPECT_GT(before, none); // tables and tests do allocate
+}
+
+TEST(alloc, refused_keeps_errno) {
+  EXPECT_EQ(W_calloc("caller", SIZE_MAX / 2, 4), nullptr);
+  EXPECT_EQ(errno, ENOMEM);
 }
 
 #endif

@@ -1,5 +1,5 @@
 // The transcripts in engine/: what the analyzer writes about streams that are made packet by
-// packet.
+// packet. Those in library/: what functions of the library make of their arguments.
 //
 // A line that begins with "$ " holds operations, separated by ";". Below it is what they made the
 // analyzer write (of its report only what is not 0), and "= n" for a result other than 0. With
@@ -9,44 +9,14 @@
 #include <fstream>
 #include <memory>
 #include <regex>
-#include <sstream>
 
 #include <gtest/gtest.h>
 
-#include "support/engine.h"
 #include "tassert/tassert.h"
+#include "tsanalyze/readout.h"
+#include "unit/operation.h"
 
 namespace {
-
-// "pes 102 pts=900000 x2": words, named values, and how often.
-struct operation {
-  std::vector<std::string> words;
-  std::map<std::string, std::string> named;
-  size_t times = 1;
-
-  explicit operation(const std::string &text) {
-    std::istringstream in(text);
-    for (std::string word; in >> word;)
-      if (const size_t equals = word.find('='); equals != word.npos)
-        named[word.substr(0, equals)] = word.substr(equals + 1);
-      else if (word[0] == 'x')
-        times = std::stoul(word.substr(1));
-      else
-        words.push_back(word);
-  }
-  bool has(const char *word) const { return std::ranges::count(words, word) != 0; }
-  template <typename T = uint16_t> T number(size_t i = 1) const {
-    return static_cast<T>(std::stoull(words.at(i)));
-  }
-  template <typename T> std::optional<T> get(const char *name) const {
-    if (!named.contains(name))
-      return {};
-    return static_cast<T>(std::stoull(named.at(name), nullptr, 0));
-  }
-  template <typename T> T get(const char *name, T otherwise) const {
-    return get<T>(name).value_or(otherwise);
-  }
-};
 
 ts_bytes from_hex(const std::string &text) {
   ts_bytes out;
@@ -56,10 +26,7 @@ ts_bytes from_hex(const std::string &text) {
 }
 
 packet_spec packet_of(const operation &op) {
-  return {.unit_start = op.has("start"),
-          .has_payload = !op.has("empty"),
-          .pcr = op.get<uint64_t>("pcr"),
-          .af_length = op.get<uint8_t>("af")};
+  return {op.has("start"), !op.has("empty"), op.get<uint64_t>("pcr"), op.get<uint8_t>("af")};
 }
 
 // Programs are "1:100" (number, PID) or "31*100" (so many, from this PID on).
@@ -80,9 +47,8 @@ void add_pat(engine &e, const operation &op) {
 
 // Streams are "0f:102" (type, PID) or, with descriptors, "0f:102:0a04656e6700".
 void add_pmt(engine &e, const operation &op) {
-  pmt_spec spec = {.pcr_pid = op.get<uint16_t>("pcr", 101)};
-  if (op.named.contains("descriptors"))
-    spec.descriptors = from_hex(op.named.at("descriptors"));
+  pmt_spec spec = {.pcr_pid = op.get<uint16_t>("pcr", 101),
+                   .descriptors = from_hex(op.get("descriptors"))};
   for (const std::string &word : op.words) {
     es_spec es;
     char hex[400] = "";
@@ -95,9 +61,8 @@ void add_pmt(engine &e, const operation &op) {
 }
 
 void add_pes(engine &e, const operation &op) {
-  const pes_spec pes = {.pts = op.get<uint64_t>("pts"),
-                        .dts = op.get<uint64_t>("dts"),
-                        .stream_id = op.get<uint8_t>("id", 0xe0)};
+  const auto id = op.get<uint8_t>("id", 0xe0);
+  const pes_spec pes = {op.get<uint64_t>("pts"), op.get<uint64_t>("dts"), id};
   e.s.pes(op.number(), pes, packet_of(op));
 }
 
@@ -130,16 +95,19 @@ void set_clock(engine &, const operation &op) {
 
 // The alerts that the report counts.
 void write_alerts(engine &e, const operation &) {
-  char *text = nullptr;
-  size_t size = 0;
-  FILE *report = open_memstream(&text, &size);
-  tsan_dump_stats(report, e);
-  fclose(report);
-  std::istringstream lines(text);
-  free(text);
-  for (std::string line; std::getline(lines, line);)
+  const std::string before = e.run();
+  tsan_dump_stats(e.out, e);
+  std::istringstream report(e.run());
+  fputs(before.c_str(), e.out);
+  for (std::string line; std::getline(report, line);)
     if (std::regex_match(line, std::regex("\t\t[A-Z].*: +[1-9].*")))
       fprintf(e.out, "%s\n", line.c_str());
+}
+
+// What a program that embeds the analyzer hears of an alert.
+void tell(void *out, const tsan_alert *alert) {
+  fprintf(static_cast<FILE *>(out), "%s packet=%lu count=%zu\n", tsan_alert_name(alert->kind),
+          alert->pkt_idx, alert->count);
 }
 
 // Counters as after much that happened.
@@ -149,8 +117,6 @@ void fill(engine &e, const operation &) {
   e->pg[1].skip_pmt_out = 255;
   e->gac = {1, 2, 3};
 }
-
-using action = void (*)(engine &, const operation &);
 
 // What makes packets or changes those to come; "spoil 5 f0" overwrites the last one from byte 5 on.
 const std::map<std::string, action> makers = {
@@ -178,6 +144,11 @@ const std::map<std::string, action> calls = {
     {"unlist_pcr", [](engine &e, const operation &) { e->pg[0].pcr_idx = -1; }},
     {"start", [](engine &e, const operation &) { e.start(); }},
     {"wall", [](engine &, const operation &op) { test_seconds = op.number(); }},
+    {"listen",
+     [](engine &e, const operation &) {
+       const tsan_readout readout = {sizeof readout, e.out, tell, nullptr, false};
+       tsan_set_readout(e, &readout);
+     }},
     {"next_seg", [](engine &e, const operation &) { tsan_next_seg(e); }},
     {"lost_sync", [](engine &e, const operation &) { e.rc = tsan_alert_lostsync(e); }},
     {"pidx", [](engine &e, const operation &op) { tsan_set_pidx(e, op.number<uint64_t>()); }},
@@ -198,19 +169,23 @@ void carry_out(std::unique_ptr<engine> &e, const operation &op) {
     e = std::make_unique<engine>();
     return;
   }
-  const auto maker = makers.find(name);
-  if (maker == makers.end())
+  const bool is_maker = makers.contains(name);
+  if (!is_maker)
     e->feed();
+  const auto &actions = is_maker ? makers : calls.contains(name) ? calls : library_calls;
   for (size_t i = 0; i < op.times; ++i)
-    (maker != makers.end() ? maker->second : calls.at(name))(*e, op);
+    actions.at(name)(*e, op);
 }
 
-// What the operations of a line make the analyzer write.
+// What the operations of a line make the analyzer write, behind what else is told on standard
+// error.
 std::string written_by(std::unique_ptr<engine> &e, const std::string &line) {
   std::istringstream operations(line);
   std::string failed;
   if (e)
     e->rc = 0;
+  testing::internal::CaptureStderr();
+  g_tassert_hook = [](const tassert_failure &failure) { throw failure; };
   try {
     for (std::string op; std::getline(operations, op, ';');)
       carry_out(e, operation(op));
@@ -219,30 +194,37 @@ std::string written_by(std::unique_ptr<engine> &e, const std::string &line) {
     e->s.packets.clear();
     failed = std::string("assertion: ") + failure.expr + "\n";
   }
-  return e->run() + failed + (e->rc != 0 ? "= " + std::to_string(e->rc) + "\n" : "");
+  g_tassert_hook = nullptr;
+  return testing::internal::GetCapturedStderr() + e->run() + failed +
+         (e->rc != 0 ? "= " + std::to_string(e->rc) + "\n" : "");
 }
 
-struct transcripts : testing::TestWithParam<std::string> {
-  transcripts() {
-    g_tassert_hook = [](const tassert_failure &failure) { throw failure; };
-  }
-  ~transcripts() override { g_tassert_hook = nullptr; }
-};
+using transcripts = testing::TestWithParam<std::filesystem::path>;
 
 } // namespace
 
 // Blank lines and, of the report, headings, rules and counts of 0.
 static const std::regex left_out(R"(^$|^tsan_stats|^\t.*:$|^\t-+$|:  +0(/0)*$)");
 
-// Without what differs from run to run or by processor.
-static std::string masked(const std::string &text) {
-  static const std::regex address("0x[0-9a-f]{6,}"), minus_nan("-nan");
-  return std::regex_replace(std::regex_replace(text, address, "<addr>"), minus_nan, "nan");
+// Without what differs from run to run, by processor or by C library.
+static std::string masked(std::string text) {
+  static const std::pair<std::regex, const char *> masks[] = {
+      {std::regex("0x[0-9a-f]{6,}"), "<addr>"},
+      {std::regex("-nan"), "nan"},
+      {std::regex("^(strftime|fprintf/vfprintf): .*"), "$1: <reason>"},
+      {std::regex("^\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d"), "<second>"},
+      {std::regex("^<second>\\.\\d{6}"), "<time>"},
+      {std::regex("^\\d+\\.\\d{6} "), "<raw time> "},
+      {std::regex("y{9,}"), "<letters>"},
+  };
+  std::ranges::replace(text, '\0', '.');
+  for (const auto &[what, word] : masks)
+    text = std::regex_replace(text, what, word);
+  return text;
 }
 
 TEST_P(transcripts, are_what_is_written) {
-  const std::string path = KORVA_TRANSCRIPTS "/" + GetParam() + ".txt";
-  std::ifstream file(path);
+  std::ifstream file(GetParam());
   std::string expected, actual;
   std::unique_ptr<engine> e;
   for (std::string line; std::getline(file, line);) {
@@ -257,16 +239,17 @@ TEST_P(transcripts, are_what_is_written) {
         actual += masked(text) + "\n";
   }
   if (getenv("KORVA_ACCEPT"))
-    std::ofstream(path) << actual;
+    std::ofstream(GetParam()) << actual;
   EXPECT_EQ(actual, expected);
 }
 
-static std::vector<std::string> names() {
-  std::vector<std::string> out;
-  for (const auto &file : std::filesystem::directory_iterator(KORVA_TRANSCRIPTS))
-    out.push_back(file.path().stem());
+static std::vector<std::filesystem::path> files() {
+  std::vector<std::filesystem::path> out;
+  for (const char *directory : {KORVA_UNIT "/engine", KORVA_UNIT "/library"})
+    for (const auto &file : std::filesystem::directory_iterator(directory))
+      out.push_back(file);
   return out;
 }
 
-INSTANTIATE_TEST_SUITE_P(engine, transcripts, testing::ValuesIn(names()),
-                         [](const auto &file) { return file.param; });
+INSTANTIATE_TEST_SUITE_P(unit, transcripts, testing::ValuesIn(files()),
+                         [](const auto &file) { return file.param.stem().string(); });

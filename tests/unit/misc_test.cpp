@@ -1,10 +1,7 @@
-// Texts, averages and limits that no stream reaches.
+// Texts and limits that no stream reaches.
 #include <gtest/gtest.h>
 
 #include "meta/app_info.h"
-#include "misc/aval.h"
-#include "misc/ctxt.h"
-#include "misc/timestr.h"
 #include "support/engine.h"
 #include "tsanalyze/streams.h"
 
@@ -17,49 +14,6 @@ TEST(app_info, first_text_that_fits_is_kept) {
   EXPECT_STREQ(get_app_tag(std::string(120, 'x').c_str()), "#error#");
   EXPECT_STREQ(get_app_tag("korva"), "korva/0.1-10.2 (nuvreck)");
   EXPECT_STREQ(get_app_tag("other"), "korva/0.1-10.2 (nuvreck)");
-}
-
-TEST(aval, sample_reaches_the_global_extremes_with_the_next_one) {
-  aggr_val av = {};
-  inc_aval(&av, 7);
-  reset_aval(&av);
-  inc_aval(&av, 100);
-  EXPECT_TRUE(av.min == 100 && av.max == 100 && av.g_min == 7 && av.g_max == 7);
-  inc_aval(&av, 1);
-  engine e;
-  dump_aval(e.out, "gap", &av);
-  EXPECT_EQ(e.run(), "gap:\t\tlocal-avg  = 50.50 (V=101/N=2) min(V)/max(V)=1/100, "
-                     "global-avg = 36.00 (V=108/N=3) min(V)/max(V)=1/100\n");
-}
-
-TEST(timestr, is_cut_and_asserts_its_room) {
-  char text[14] = {};
-  ms2timestr(3'723'004, text, 14);
-  EXPECT_STREQ(text, "01:02:03.004");
-  ms2timestr(90'000'000, text, 13); // one character fewer than asked for
-  EXPECT_STREQ(text, "25:00:00.00");
-  EXPECT_DEATH(ms2timestr(0, text, 12),
-               "^unit_tests: vantor/misc/timestr\\.cpp:[0-9]+: ms2timestr: "
-               "Assertion `n < \\(ssize_t\\)slen' failed\\.\n$");
-}
-
-TEST(ctxt, is_cut_where_the_buffer_ends) {
-  engine e;
-  ctxt_spec text = {}, empty = {}, closed = {};
-  add_ctxt_line(&closed, "dropped");
-  ASSERT_TRUE(open_ctxt(&text, 40) == 0 && open_ctxt(&empty, 40) == 0);
-  for (int i = 0; i < 3; ++i)
-    add_ctxt_line(&text, "%d bcdefghijklmnopqrst", i);
-  dump_ctxt(e.out, "title", &text);
-  dump_ctxt(e.out, "title", &empty);
-  EXPECT_EQ(e.run(), "(WRN)  FSCN  add_ctxt_line: PMT buffer may overflow, -2 bytes left\n"
-                     "(WRN)  FSCN  add_ctxt_line: PMT buffer may overflow, -1 bytes left\n"
-                     "title\n0 bcdefghijklmnopqrst\n1 bcdefghijklmn" +
-                         std::string("\0\n", 2));
-  EXPECT_TRUE(cmp_ctxt(&text, &closed) != 0 && cmp_ctxt(&closed, &text) != 0);
-  EXPECT_EQ(cmp_ctxt(&empty, &closed), 0);
-  close_ctxt(&empty);
-  close_ctxt(&text);
 }
 
 TEST(streams, are_64_in_a_program) {
