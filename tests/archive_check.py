@@ -144,8 +144,9 @@ class Archive(unittest.TestCase):
         ssh = ["ssh", "-F", "/dev/null", "-p", port, "-i", key, "-oStrictHostKeyChecking=no",
                "-oBatchMode=yes", "-oUserKnownHostsFile=/dev/null", "-oLogLevel=ERROR", "127.0.0.1"]
         try:
-            ready = [*ssh, "true"]
-            while subprocess.run(ready, capture_output=True).returncode and sshd.poll() is None:
+            until = time.monotonic() + 60
+            while (tried := subprocess.run([*ssh, "true"], capture_output=True)).returncode:
+                self.assertTrue(sshd.poll() is None and time.monotonic() < until, tried)
                 time.sleep(0.1)
             self.check_table(self.archive("--sshlogin", shlex.join(ssh)))
         finally:
