@@ -9,7 +9,7 @@
 
 // Where a packet can belong, as indices: to nothing that is known, to the PAT, each program's PMT,
 // each program's streams.
-enum : size_t {
+enum {
   PLACE_NOTHING,
   PLACE_PAT,
   PLACE_PMT,
