@@ -133,7 +133,7 @@ bool merge_PATs(tsan_ctx *tc, unsigned last) {
   const calloc_ptr<merge_lists> lists{
       static_cast<merge_lists *>(W_calloc(__func__, 1, sizeof(merge_lists)))};
   if (!lists)
-    return true;
+    return true; // not known: the next one is looked at anew
   std::copy_n(tc->pmt_pid, tc->nprogs, lists->old);
   std::copy_n(tc->pmt_pid, MAX_PMTS, lists->pid); // with what stands behind the list's end
   lists->count = lists->old_count = tc->nprogs;
