@@ -12,8 +12,14 @@ import sys
 
 RULES = {
     "vantor/tsa": [
+        "vantor/outputs", "vantor/input", "vantor/tsanalyze/tsan.h", "vantor/tsanalyze/readout.h",
+        "libtollum/include", "common"],
+    "vantor/outputs": [
+        "vantor/tsa/config.h", "vantor/tsa/exit_status.h", "vantor/input",
         "vantor/tsanalyze/tsan.h", "vantor/tsanalyze/readout.h", "libtollum/include", "common"],
-    "vantor/tsanalyze": ["vantor/misc", "libtollum/include"],
+    "vantor/input": ["libtollum/include"],
+    "vantor/tsanalyze": ["vantor/mpegts", "vantor/misc", "libtollum/include"],
+    "vantor/mpegts": [],
     "vantor/misc": ["libtollum/include"],
     "common": ["libtollum/include"],
     "libtollum": [],

@@ -5,7 +5,7 @@
 
 #include <cstddef>
 
-#include "tsa/exit_alerts.h"
+#include "outputs/exit_alerts.h"
 #include "tsanalyze/tsan.h"
 
 struct config {

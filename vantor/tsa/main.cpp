@@ -7,14 +7,14 @@
 #include <cstdio>
 #include <cstring>
 
+#include "input/packet_file.h"
 #include "log/statement.h"
 #include "meta/app_info.h"
+#include "outputs/outputs.h"
 #include "tassert/tassert.h"
 #include "tsa/config.h"
 #include "tsa/exit_status.h"
 #include "tsa/options.h"
-#include "tsa/outputs.h"
-#include "tsa/packet_file.h"
 #include "tsa/usage.h"
 #include "tsanalyze/tsan.h"
 

@@ -1,9 +1,9 @@
 #include "tsanalyze/analyze.h"
 
 #include "log/statement.h"
+#include "mpegts/packet.h"
 #include "tsanalyze/cc.h"
-#include "tsanalyze/packet.h"
-#include "tsanalyze/read_out.h"
+#include "tsanalyze/deliver.h"
 #include "tsanalyze/tstamp.h"
 
 LOG_MODULE(0);

@@ -4,8 +4,8 @@
 #include "tassert/tassert.h"
 #include "tsanalyze/alert.h"
 #include "tsanalyze/clock.h"
+#include "tsanalyze/deliver.h"
 #include "tsanalyze/ptag.h"
-#include "tsanalyze/read_out.h"
 #include "tsanalyze/streams.h"
 #include "tsanalyze/tdiff.h"
 

@@ -5,11 +5,11 @@
 #include "log/statement.h"
 #include "misc/timestr.h"
 #include "mpegts/mpegts.h"
-#include "tsanalyze/packet.h"
+#include "mpegts/packet.h"
+#include "tsanalyze/deliver.h"
 #include "tsanalyze/pat.h"
 #include "tsanalyze/pmt.h"
 #include "tsanalyze/ptag.h"
-#include "tsanalyze/read_out.h"
 #include "tsanalyze/section.h"
 #include "tsanalyze/tstamp.h"
 

@@ -1,17 +1,10 @@
-// Fixed bounds of the analyzer and of the transport stream (ISO/IEC 13818-1, 2.4.3).
+// Fixed bounds of the analyzer.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 
-enum {
-  TS_PKT_SIZE = 188,
-  TS_SYNC_BYTE = 0x47,
-  TS_PIDS = 8192,
-
-  PID_PAT = 0,
-  PID_SDT = 17,
-};
+#include "mpegts/constants.h"
 
 enum {
   MAX_PMTS = 32,      // programs per source

@@ -2,8 +2,8 @@
 
 #include "log/statement.h"
 #include "tsanalyze/alert.h"
+#include "tsanalyze/deliver.h"
 #include "tsanalyze/ptag.h"
-#include "tsanalyze/read_out.h"
 
 LOG_MODULE(0);
 

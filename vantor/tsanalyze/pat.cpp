@@ -15,10 +15,10 @@
 #include "syswrap/syswrap.h"
 #include "tassert/tassert.h"
 #include "tsanalyze/alert.h"
+#include "tsanalyze/deliver.h"
 #include "tsanalyze/ndat.h"
 #include "tsanalyze/pids.h"
 #include "tsanalyze/ptag.h"
-#include "tsanalyze/read_out.h"
 
 LOG_MODULE(0);
 

@@ -4,8 +4,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include "tsanalyze/deliver.h"
 #include "tsanalyze/pmt.h"
-#include "tsanalyze/read_out.h"
 
 namespace {
 

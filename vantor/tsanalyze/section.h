@@ -9,7 +9,7 @@
 
 #include <cstdint>
 
-#include "tsanalyze/packet.h"
+#include "mpegts/packet.h"
 #include "tsanalyze/records.h"
 
 struct psi_section {

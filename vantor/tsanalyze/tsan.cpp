@@ -5,17 +5,17 @@
 #include <cstring>
 
 #include "log/statement.h"
+#include "mpegts/packet.h"
 #include "syswrap/syswrap.h"
 #include "tsanalyze/alert.h"
 #include "tsanalyze/analyze.h"
 #include "tsanalyze/classify.h"
 #include "tsanalyze/clock.h"
 #include "tsanalyze/ctx.h"
+#include "tsanalyze/deliver.h"
 #include "tsanalyze/ndat.h"
-#include "tsanalyze/packet.h"
 #include "tsanalyze/pids.h"
 #include "tsanalyze/ptag.h"
-#include "tsanalyze/read_out.h"
 #include "tsanalyze/section.h"
 
 LOG_MODULE(0);

@@ -6,8 +6,8 @@
 #include "misc/timestr.h"
 #include "mpegts/mpegts.h"
 #include "tsanalyze/alert.h"
+#include "tsanalyze/deliver.h"
 #include "tsanalyze/ptag.h"
-#include "tsanalyze/read_out.h"
 
 LOG_MODULE(0);
 

@@ -2,8 +2,8 @@
 // values are 33-bit counts of the 90 kHz clock; distances are in milliseconds.
 #pragma once
 
+#include "mpegts/packet.h"
 #include "tsanalyze/ctx.h"
-#include "tsanalyze/packet.h"
 
 // Records the stamps of a PES header.
 void update_pts_dts(tsan_ctx *tc, pkt_bytes pes, stream_info *stream);

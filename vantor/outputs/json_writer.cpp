@@ -1,4 +1,4 @@
-#include "tsa/json_writer.h"
+#include "outputs/json_writer.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,4 +1,4 @@
-#include "tsa/progress.h"
+#include "outputs/progress.h"
 
 #include <unistd.h>
 

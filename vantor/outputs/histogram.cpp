@@ -1,4 +1,4 @@
-#include "tsa/histogram.h"
+#include "outputs/histogram.h"
 
 uint32_t histogram::bin_begin(size_t bin) {
   if (bin < EXACT)

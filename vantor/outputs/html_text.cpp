@@ -1,4 +1,4 @@
-#include "tsa/html_text.h"
+#include "outputs/html_text.h"
 
 #include <cinttypes>
 #include <cstdarg>

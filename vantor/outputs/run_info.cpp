@@ -1,9 +1,9 @@
-#include "tsa/run_info.h"
+#include "outputs/run_info.h"
 
 #include <algorithm>
 
+#include "input/packet_file.h"
 #include "tsa/config.h"
-#include "tsa/packet_file.h"
 
 uint64_t packet_offset(uint64_t pkt_idx) {
   const auto skipped = static_cast<uint64_t>(std::max<off_t>(g_cfg.start_rec, 1) - 1);

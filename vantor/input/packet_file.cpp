@@ -1,4 +1,4 @@
-#include "tsa/packet_file.h"
+#include "input/packet_file.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

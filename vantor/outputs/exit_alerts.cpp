@@ -1,4 +1,4 @@
-#include "tsa/exit_alerts.h"
+#include "outputs/exit_alerts.h"
 
 #include <cerrno>
 #include <cstdio>

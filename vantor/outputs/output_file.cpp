@@ -1,4 +1,4 @@
-#include "tsa/output_file.h"
+#include "outputs/output_file.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -2,10 +2,11 @@
 // the packet does not hold in full is not there.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 
-#include "tsanalyze/limits.h"
+#include "mpegts/constants.h"
 
 using pkt_bytes = std::span<const uint8_t>;
 

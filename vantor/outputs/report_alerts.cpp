@@ -1,10 +1,10 @@
-#include "tsa/report_alerts.h"
+#include "outputs/report_alerts.h"
 
 #include <algorithm>
 #include <cinttypes>
 
+#include "outputs/run_info.h"
 #include "tsa/config.h"
-#include "tsa/run_info.h"
 
 namespace {
 

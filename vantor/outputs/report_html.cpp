@@ -1,14 +1,14 @@
-#include "tsa/report_html.h"
+#include "outputs/report_html.h"
 
 #include <algorithm>
 #include <cinttypes>
 #include <cstring>
 
 #include "meta/app_info.h"
+#include "outputs/report_alerts.h"
+#include "outputs/report_plot.h"
+#include "outputs/report_style.h"
 #include "tsa/config.h"
-#include "tsa/report_alerts.h"
-#include "tsa/report_plot.h"
-#include "tsa/report_style.h"
 
 namespace {
 

@@ -3,8 +3,8 @@
 
 #include <string>
 
-#include "tsa/report_data.h"
-#include "tsa/run_info.h"
+#include "outputs/report_data.h"
+#include "outputs/run_info.h"
 
 // The page. The programs and streams are those of the analyzer as it stands; `data` has been fed
 // with all of the run.

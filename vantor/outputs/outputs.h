@@ -2,11 +2,11 @@
 // all fed from one read-out of the analyzer. Without them there is none.
 #pragma once
 
-#include "tsa/exit_alerts.h"
-#include "tsa/output_file.h"
-#include "tsa/progress.h"
-#include "tsa/report_data.h"
-#include "tsa/run_info.h"
+#include "outputs/exit_alerts.h"
+#include "outputs/output_file.h"
+#include "outputs/progress.h"
+#include "outputs/report_data.h"
+#include "outputs/run_info.h"
 
 class outputs {
 public:

@@ -1,9 +1,9 @@
 // --json: the run as JSON Lines; docs/korva.schema.json describes each record.
 #pragma once
 
-#include "tsa/output_file.h"
-#include "tsa/report_data.h"
-#include "tsa/run_info.h"
+#include "outputs/output_file.h"
+#include "outputs/report_data.h"
+#include "outputs/run_info.h"
 
 // Each record reaches the file as a whole before its function returns.
 void json_header(output_file &out);

@@ -1,7 +1,7 @@
 // The alerts in the report.
 #pragma once
 
-#include "tsa/report_plot.h"
+#include "outputs/report_plot.h"
 
 // Each kind: how often it came, whether it was checked, what it means.
 void put_counts(html_text &page, const report_data &data);

@@ -1,12 +1,12 @@
-#include "tsa/outputs.h"
+#include "outputs/outputs.h"
 
 #include <cstdio>
 #include <cstring>
 
+#include "outputs/json_writer.h"
+#include "outputs/report_html.h"
 #include "tsa/config.h"
 #include "tsa/exit_status.h"
-#include "tsa/json_writer.h"
-#include "tsa/report_html.h"
 
 namespace {
 

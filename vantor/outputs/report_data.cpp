@@ -1,4 +1,4 @@
-#include "tsa/report_data.h"
+#include "outputs/report_data.h"
 
 #include <algorithm>
 

@@ -17,7 +17,7 @@
 #include <tuple>
 #include <vector>
 
-#include "tsa/histogram.h"
+#include "outputs/histogram.h"
 #include "tsanalyze/readout.h"
 
 enum : size_t {

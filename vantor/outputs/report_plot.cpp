@@ -1,4 +1,4 @@
-#include "tsa/report_plot.h"
+#include "outputs/report_plot.h"
 
 #include <algorithm>
 #include <cinttypes>

@@ -3,8 +3,8 @@
 // size.
 #pragma once
 
-#include "tsa/html_text.h"
-#include "tsa/report_data.h"
+#include "outputs/html_text.h"
+#include "outputs/report_data.h"
 
 // The axis that all plots over stream time share.
 struct time_axis {
