@@ -214,7 +214,6 @@ static std::string masked(std::string text) {
       {std::regex("^(strftime|fprintf/vfprintf): .*"), "$1: <reason>"},
       {std::regex("^\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d"), "<second>"},
       {std::regex("^<second>\\.\\d{6}"), "<time>"},
-      {std::regex("^\\d+\\.\\d{6} "), "<raw time> "},
       {std::regex("y{9,}"), "<letters>"},
   };
   std::ranges::replace(text, '\0', '.');
