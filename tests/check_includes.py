@@ -12,11 +12,13 @@ import sys
 
 RULES = {
     "vantor/tsa": [
-        "vantor/outputs", "vantor/input", "vantor/tsanalyze/tsan.h", "vantor/tsanalyze/readout.h",
+        "vantor/outputs", "vantor/input", "vantor/audit/audit.h", "vantor/tsanalyze/tsan.h", "vantor/tsanalyze/readout.h",
         "libtollum/include", "common"],
     "vantor/outputs": [
         "vantor/tsa/config.h", "vantor/tsa/exit_status.h", "vantor/input",
+        "vantor/audit/audit.h", "vantor/audit/clock.h", "vantor/mpegts",
         "vantor/tsanalyze/tsan.h", "vantor/tsanalyze/readout.h", "libtollum/include", "common"],
+    "vantor/audit": ["vantor/mpegts"],
     "vantor/input": ["libtollum/include"],
     "vantor/tsanalyze": ["vantor/mpegts", "vantor/misc", "libtollum/include"],
     "vantor/mpegts": [],
