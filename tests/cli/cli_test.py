@@ -22,6 +22,8 @@ SAMPLES = ROOT / "samples"
 CLEAN, DAMAGED = ((SAMPLES / name).read_bytes() for name in ("clean.ts", "damaged.ts"))
 KEPT = [name for name in os.environ if name == "PATH" or name.endswith("SAN_OPTIONS")]
 ENV = {"TZ": "UTC", **{name: os.environ[name] for name in KEPT}}
+FIELDS = re.compile(r"^\t(.*?: ) *(.*)$", re.M)
+OF_A_FILE = {"skipped packets: ": "9000", "NDAT p-count: ": "10000", "PTS/DTS delta: ": "500 (ms)"}
 LOST_OUT = "korva: standard output could not be written in full\n"
 MASKS = (  # what differs from run to run
     (r"^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{6} UTC ", "<time> "),
@@ -56,30 +58,34 @@ def expected(name):
 
 
 def table(name):
-    """Its cases. {usage}, {app} and {exit} stand for the usage text, its first line and the last
-    line of the log, {x62} for so many letters x."""
-    usage = expected("usage.txt").splitlines()
+    """Its cases, from "$ arguments = status" on; "|" stands between arguments of the same result.
+    Settings for a.cfg are a line in braces, or one of a whole file. {x62} is so many letters x."""
+    text = re.sub(r"\{x(\d+)\}", lambda m: "x" * int(m[1]), expected(name))
     cases = []
-    for line in expected(name).splitlines():
-        line = re.sub(r"\{x(\d+)\}", lambda m: "x" * int(m[1]), line)
-        if line.startswith("$"):
-            cases.append(types.SimpleNamespace(args=line[1:].split(), status=0, lines=[]))
-        elif line.startswith("="):
-            cases[-1].status = int(line[1:])
-        elif line == "{usage}":
-            cases[-1].lines += usage
+    for line in text.splitlines():
+        if case := re.fullmatch(r"\$(.*) = (\d+) ?(.*)", line):
+            status, lines = int(case[2]), [case[3]] if case[3] else []
+            group = [
+                types.SimpleNamespace(args=args.split(), settings="", status=status, lines=lines)
+                for args in case[1].split("|")]
+            cases += group
+        elif line.startswith(("{", "vnt:")):
+            for case in group:
+                case.settings = section("true;" + line[1:-1]) if line[0] == "{" else line
         elif line and not line.startswith("#"):
-            end = f"<time> (NRM)  FSCN  {{app}} EXIT({cases[-1].status}). PID=<pid>"
-            cases[-1].lines.append(line.replace("{exit}", end).replace("{app}", usage[0]))
+            lines.append(line)
     return cases
 
 
-def changes(dump):
-    """The settings that differ from the defaults, and the labels of those that are not shown."""
-    fields = re.compile(r"^\t(.*?: ) *(.*)$", re.M)
-    now, default = (dict(fields.findall(text)) for text in (dump, expected("settings.txt")))
-    changed = [label + value for label, value in now.items() if default.get(label) != value]
-    return changed + [label.strip() for label in default if label not in now]
+def section(settings):
+    return f"vnt: {{ stream_analyzer: {{ enabled = {settings} }}; }};\n"
+
+
+def changes(dump, default):
+    """The settings that differ, and the labels of those that are not shown."""
+    fields = dict(FIELDS.findall(dump))
+    changed = [label + value for label, value in fields.items() if default.get(label) != value]
+    return changed + [label.strip() for label in default if label not in fields]
 
 
 def small_capture(size):
@@ -169,7 +175,7 @@ class Runs(unittest.TestCase):
         os.chdir(dir.name)
 
     def test_samples(self):
-        args = ("-A", "max_zreset_time=0", "-A", "pcr_delta=840", "-A", "pdts_delta=180")
+        args = ("-A", "max_zreset_time=0", "-A", "pcr_delta=840", "-A", "pdts_delta=181")
         terse, human = expected("damaged.out"), expected("damaged.err")
         hushed = re.sub(r".*  ALERT .*\n", "", human)
         for options, out, err in (
@@ -178,37 +184,43 @@ class Runs(unittest.TestCase):
         ):
             said = korva(*options, *args, "damaged.ts", cwd=SAMPLES)
             self.assertEqual(said, (0, out, err))
-        self.assertEqual(korva("clean.ts", cwd=SAMPLES), (0, "\n", expected("clean.err")))
 
-    def write_settings(self, case):
-        """Settings files: a.cfg as the case gives it, and two others."""
-        section = "vnt: {{ stream_analyzer: {{ enabled = {} }}; }};\n"
-        pathlib.Path("b.cfg").write_text(section.format('true; source_tag = "b";'))
-        pathlib.Path("off.cfg").write_text(section.format("false; max_skipped_pkts = 10;"))
-        if case.lines and case.lines[0].startswith("settings: "):
-            pathlib.Path("a.cfg").write_text(case.lines.pop(0)[10:] + "\n")
+    def run_case(self, case, *more, **options):
+        """The run, with settings files: a.cfg as the case gives it, and two others."""
+        for name, text in {"a.cfg": case.settings, "b.cfg": section('true; source_tag = "b";'),
+                           "off.cfg": section("false; max_skipped_pkts = 10;")}.items():
+            pathlib.Path(name).write_text(text)
+        return korva(*more, *case.args, **options)
 
     # The capture never exists: a run ends when it cannot be opened, with all settings printed.
     def test_settings(self):
-        end = korva("none.ts")[2]
+        end, default = korva("none.ts")[2], expected("settings.txt")
         for case in table("changes.txt"):
-            self.write_settings(case)
-            status, _, err = korva(*case.args, "none.ts", "ignored.ts", env={"SHOW_VNT_CFG": ""})
+            case.args += "none.ts", "ignored.ts"
+            status, _, err = self.run_case(case, env={"SHOW_VNT_CFG": ""})
+            reads_file = any(re.search(r"\b[ab].cfg", arg) for arg in case.args)
+            was = dict(FIELDS.findall(default)) | (OF_A_FILE if reads_file else {})
             with self.subTest(case.args):
-                self.assertEqual((status, changes(err)), (case.status, case.lines))
+                wanted = "; ".join(case.lines).split("; ") if case.lines else []
+                self.assertEqual((status, changes(err, was)), (case.status, wanted))
                 self.assertTrue(err.startswith("analyzer: \n\tsource: "), err)
                 said_last = end.replace("EXIT(0)", f"EXIT({case.status})")
                 self.assertTrue(err.endswith("\n" + said_last), err)
         _, _, err = korva("none.ts", env={"SHOW_VNT_CFG": "1"})
-        self.assertEqual(err, expected("settings.txt") + end)
+        self.assertEqual(err, default + end)
 
     def test_options(self):
+        usage = expected("usage.txt")
+        app = usage.splitlines()[0]
         for case in table("options.txt"):
-            self.write_settings(case)
-            status, out, err = korva(*case.args)
+            end = f"<time> (NRM)  FSCN  {app} EXIT({case.status}). PID=<pid>\n"
+            text = "".join(line + "\n" for line in case.lines)
+            if "{" not in text:
+                text += end
+            text = re.sub(r" ?{usage}\n", "\n" + usage, text).lstrip().replace("{app}", app)
             with self.subTest(case.args):
-                self.assertEqual((status, out, err.splitlines()), (case.status, "", case.lines))
-        no_path = "Expecting argument after the options.\n" + expected("usage.txt")
+                self.assertEqual(self.run_case(case), (case.status, "", text))
+        no_path = "Expecting argument after the options.\n" + usage
         self.assertEqual(korva(""), (2, "", no_path))
 
     def test_input(self):
@@ -217,41 +229,45 @@ class Runs(unittest.TestCase):
         for name, content in {
             "ten.ts": ten, "many.ts": many, "one.ts": ten[:188], "two.ts": ten[: 2 * 188],
             "partial.ts": ten[: 5 * 188 + 100], "short.ts": ten[:187], "empty.ts": b"",
-            "sync1.ts": b"H" + ten[1:], "sync8.ts": ten[: 7 * 188] + b"H" + ten[7 * 188 + 1 :],
-            "idle.ts": idle, "nearly_idle.ts": idle[2 * 188 :], "clean.ts": CLEAN,
-            "damaged.ts": DAMAGED, "cut.ts": DAMAGED[:18800] + bytes(188),
+            "sync8.ts": ten[: 7 * 188] + b"H" + ten[7 * 188 + 1 :], "idle.ts": idle,
+            "nearly_idle.ts": idle[2 * 188 :], "clean.ts": CLEAN, "damaged.ts": DAMAGED,
+            "cut.ts": DAMAGED[:18800] + bytes(188),
         }.items():
             pathlib.Path(name).write_bytes(content)
         os.link("clean.ts", "link.ts")
         with open("far.ts", "wb") as far:  # the first packet behind 4 GiB
             far.seek(22_845_571 * 188)
             far.write(ten)
-        told = re.compile(r"^.*(?:\(ERR\)|Moved|bytes/records|Processed/|Unknown|Cannot).*$", re.M)
+        told = re.compile(r"^.*(?:\(ERR\)|Moved|Unknown|Cannot).*$", re.M)
+        counts = re.compile(r"(\d+/\d+) bytes/records read from \[|\tProcessed/analyzed +(.*)")
         for case in table("input.txt"):
-            status, out, err = korva(*case.args, input=many)
+            status, out, err = korva("-v", *case.args, input=many)
+            read, analyzed = map("".join, zip(*counts.findall(err))) if counts.search(err) else "--"
             with self.subTest(case.args):
-                self.assertEqual((status, told.findall(err)), (case.status, case.lines))
+                wanted = " ".join([f"{read} {analyzed}", *told.findall(err)])
+                self.assertEqual((status, wanted), (case.status, " ".join(case.lines)))
                 self.assertEqual(out, "\n" if "Processed/" in err else "")
 
     def test_damage(self):
-        section = "enabled = true; max_pdts_delta_ms = 0; max_ndat_pcount = 200;"
-        pathlib.Path("ndat.cfg").write_text(f"vnt: {{ stream_analyzer: {{ {section} }}; }};\n")
+        ndat = section("true; max_pdts_delta_ms = 0; max_ndat_pcount = 200;")
+        pathlib.Path("ndat.cfg").write_text(ndat)
         for case in table("damage.txt"):
-            with self.subTest(case.lines[0]):
-                self.check_damage(case)
+            damages, *wanted = case.lines
+            with self.subTest(damages):
+                self.check_damage(case.args, damages.split(", "), wanted)
 
-    def check_damage(self, case):
-        args = (*case.args, "-a", "on", "-S", "x", "stream.ts")
+    def check_damage(self, options, damages, lines):
+        args = (*options, "-a", "on", "-S", "x", "stream.ts")
         stream = [bytearray(CLEAN[at : at + 188]) for at in range(0, len(CLEAN), 188)]
         pathlib.Path("stream.ts").write_bytes(CLEAN)
         status, out, err = korva(*args)
         self.assertEqual((status, out, "(WRN)" in err), (0, "\n", False))
 
-        for name in (line[7:] for line in case.lines if line.startswith("damage ")):
-            stream = DAMAGES[name](stream)
+        for damage in damages:
+            stream = DAMAGES[damage](stream)
         pathlib.Path("stream.ts").write_bytes(b"".join(stream))
         status, out, err = korva(*args)
-        wanted = [line.split(" ", 1) for line in case.lines if not line.startswith("damage ")]
+        wanted = [line.split(" ", 1) for line in lines]
         for n, pattern in wanted:
             self.assertEqual(matches(out + err, "<time> " + pattern), int(n), pattern)
         total = sum(int(n) for n, pattern in wanted if pattern.startswith("<pid>"))
