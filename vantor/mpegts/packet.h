@@ -1,5 +1,7 @@
 // Bytes of one packet (ISO/IEC 13818-1, 2.4.3). Every read stays inside its 188 bytes: a field that
-// the packet does not hold in full is not there.
+// the packet does not hold in full is not there. This holds while another process changes the
+// bytes, as it can when they lie in a mapped file: the one length that bounds reads here, that of
+// the adaptation field, is read once, with the header.
 #pragma once
 
 #include <cstddef>
@@ -10,16 +12,20 @@
 
 using pkt_bytes = std::span<const uint8_t>;
 
-// One packet, with the four bytes that each begins with (2.4.3.2) read as one number. It is handed
-// on by value, so that those are read once.
+// One packet, with the four bytes that each begins with (2.4.3.2) as one number, and the byte
+// behind them. It is handed on by value, so that those are read once.
 struct ts_pkt {
   uint32_t header;
-  const uint8_t *bytes; // all 188
+  uint8_t adaptation_length; // if ts_adaptation_flag()
+  const uint8_t *bytes;      // all 188
 };
 
 inline ts_pkt ts_read(const uint8_t *bytes) {
-  return {uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3],
-          bytes};
+  uint32_t header =
+      uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3];
+  uint8_t length = bytes[4];
+  asm("" : "+r"(header), "+r"(length)); // keeps the compiler from reading them again
+  return {header, length, bytes};
 }
 
 inline bool ts_in_sync(ts_pkt pkt) {
@@ -48,12 +54,12 @@ inline uint32_t ts_cc(ts_pkt pkt) {
 
 // The PCR itself lies in bytes 6 to 11 whatever the length says, so it is always in the packet.
 inline bool ts_has_pcr(ts_pkt pkt) {
-  return ts_adaptation_flag(pkt) && pkt.bytes[4] != 0 && (pkt.bytes[5] & 0x10);
+  return ts_adaptation_flag(pkt) && pkt.adaptation_length != 0 && (pkt.bytes[5] & 0x10);
 }
 
 // Offset of the payload; 188 or more when the adaptation field leaves no room for one.
 inline size_t ts_payload_offset(ts_pkt pkt) {
-  return ts_adaptation_flag(pkt) ? 5u + pkt.bytes[4] : 4u;
+  return ts_adaptation_flag(pkt) ? 5u + pkt.adaptation_length : 4u;
 }
 
 // The payload, empty when there is none.

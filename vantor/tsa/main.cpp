@@ -22,6 +22,9 @@ LOG_MODULE(0);
 
 namespace {
 
+// Of the analyzer: a packet does not begin with the sync byte.
+enum { OUT_OF_SYNC = -1 };
+
 volatile sig_atomic_t g_quit;
 
 // What a run holds.
@@ -84,22 +87,64 @@ int seek_start(packet_file &file) {
   return 0;
 }
 
-// Reads to the end of the file, the record limit or the analyzer's word. The limit is held against
-// the count before the packet, so that one more is analyzed than counted; after a signal the rest
-// of the file is still read and counted in bytes.
+// The limit is held against the count before the packet, so that one more is analyzed than counted.
+bool limit_reached(const run_state &run) {
+  return tsan_get_pidx(run.ctx) > run.records;
+}
+
+// Of so many packets, how many go before the limit has to be looked at.
+size_t until_limit(const run_state &run, size_t packets) {
+  if (g_cfg.max_records == 0)
+    return packets;
+  return std::min(packets - 1, g_cfg.max_records - run.records) + 1;
+}
+
+void count_records(run_state &run, size_t passed) {
+  run.records += passed;
+  if (g_cfg.max_records != 0)
+    run.records = std::min<size_t>(run.records, g_cfg.max_records);
+}
+
+// A packet without sync byte: the analyzer tells so, and ends the run. But it can be that the file
+// has lost these bytes while they were looked at; then that is where it ends.
+int analyze_without_sync(run_state &run, std::span<const uint8_t> &rest) {
+  const size_t size = rest.size();
+  rest = run.file.again(size);
+  run.bytes -= size - rest.size();
+  if (rest.empty())
+    return 0;
+  const int rc = tsan_process(run.ctx, rest.data());
+  rest = rest.subspan(PKT_SIZE);
+  count_records(run, rc == 0 ? 1 : 0);
+  return rc;
+}
+
+// Analyzes a block, until a signal comes, to the record limit or the analyzer's word.
+int analyze_block(run_state &run, std::span<const uint8_t> rest) {
+  int rc = 0;
+  while (rc == 0 && !rest.empty() && !g_quit && !limit_reached(run)) {
+    const size_t count = until_limit(run, rest.size() / PKT_SIZE);
+    const tsan_many done = tsan_process_many(run.ctx, rest.data(), count, PKT_SIZE);
+    count_records(run, done.count);
+    rest = rest.subspan(done.count * PKT_SIZE);
+    rc = done.code == OUT_OF_SYNC ? analyze_without_sync(run, rest) : done.code;
+  }
+  return rc;
+}
+
+// Reads to the end of the file, the record limit or the analyzer's word; after a signal the rest of
+// the file is still read and counted in bytes.
 int read_loop(run_state &run) {
-  for (;;) {
+  int rc = 0;
+  while (rc == 0 && !limit_reached(run)) {
     const std::span block = run.file.next_block();
     if (block.empty())
-      return 0;
+      break;
     run.bytes += block.size();
     run.out.line.advance(run.bytes);
-    for (size_t at = 0; at < block.size() && !g_quit; at += PKT_SIZE, ++run.records) {
-      const int rc = tsan_process(run.ctx, &block[at]);
-      if (rc != 0 || (g_cfg.max_records != 0 && g_cfg.max_records <= run.records))
-        return rc;
-    }
+    rc = analyze_block(run, block);
   }
+  return rc;
 }
 
 run_end end_of_loop(const run_state &run, int rc) {
@@ -107,8 +152,8 @@ run_end end_of_loop(const run_state &run, int rc) {
     return run_end::stopped;
   if (g_quit)
     return run_end::signal;
-  if (tsan_get_pidx(run.ctx) > run.records)
-    return run_end::limit; // that packet was analyzed, but not counted
+  if (limit_reached(run))
+    return run_end::limit;
   return run.file.read_errno() != 0 ? run_end::read_failed : run_end::complete;
 }
 
@@ -126,6 +171,7 @@ int analyze_file(run_state &run) {
   LOG(g_log, NORM_level, "%s STARTING. PID=%ld\n", app_info(), static_cast<long>(getpid()));
   LOG(g_log, INFO_level, "reading [%s]\n", g_cfg.fpath);
 
+  tsan_stop_on(run.ctx, &g_quit);
   start_progress(run);
   const int rc = read_loop(run);
   run.end = end_of_loop(run, rc);

@@ -43,6 +43,7 @@ struct tsan_ctx {
   time_t lostsync_start; // wall-clock second at which the lost-sync window began
   size_t lostsync_count; // cases in that window
   tsan_readout readout;
+  const volatile sig_atomic_t *stop; // see tsan_stop_on(); never null
   dgram_info places[MAX_PLACES];   // an entry is only ever filled with the same, so dat stays good
   const dgram_info *pids[TS_PIDS]; // what each PID carries now (pids.h)
 };

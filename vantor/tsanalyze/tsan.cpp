@@ -27,6 +27,11 @@ enum { IDLE = -16, OUT_OF_SYNC = -1 };
 // Seconds.
 enum : time_t { IDLE_NOTICE_PAUSE = 10, LOSTSYNC_WINDOW = 2 };
 
+// Packets whose first bytes are fetched from memory before they are needed.
+enum : size_t { PREFETCH_AHEAD = 32 };
+
+const volatile sig_atomic_t never = 0;
+
 // Cases of lost sync in one window that are put up with.
 enum : size_t { LOSTSYNC_MAX = 9 };
 
@@ -42,6 +47,24 @@ int check_idle(tsan_ctx *tc) {
   }
   read_out(tc, TSAN_IDLE, nullptr, 0, [](tsan_alert &) {});
   return IDLE;
+}
+
+void begin_packet(tsan_ctx *tc, ts_pkt pkt) {
+  setup_dat(tc, ts_pid(pkt));
+  if (tc->ptotal == 0)
+    set_now(&tc->start_tm);
+  ++tc->last_pkt_idx;
+  ++tc->ptotal;
+}
+
+int process_in_sync(tsan_ctx *tc, ts_pkt pkt) {
+  if (upsert_pkt_info(tc, pkt) < 0)
+    return check_idle(tc);
+  if (analyze_pkt(tc, pkt) != 0)
+    return -1;
+  if (tc->ndat_pcount != 0)
+    check_pcount(tc, false);
+  return 0;
 }
 
 } // namespace
@@ -61,6 +84,7 @@ tsan_t tsan_init(const char *src, const tsan_config *cfg, int *err) {
     pg.ref_idx = pg.pcr_idx = -1;
   psi_block_init(&tc->pat);
   tc->ndat_pcount = tc->cfg.max_ndat_pcount;
+  tsan_stop_on(tc, nullptr);
   pids_rebuild(tc);
   setup_dat(tc, PID_PAT); // of no program, as long as there is no packet
   LOG(g_log, DEBUG_level, "%s: tsan[%s] (%p) created\n", __func__, tc->cfg.source,
@@ -89,24 +113,32 @@ void tsan_free(tsan_t ctx) {
 
 int tsan_process(tsan_t ctx, const uint8_t *bytes) {
   const ts_pkt pkt = ts_read(bytes);
-  setup_dat(ctx, ts_pid(pkt));
-  if (ctx->ptotal == 0)
-    set_now(&ctx->start_tm);
-  ++ctx->last_pkt_idx;
-  ++ctx->ptotal;
-
+  begin_packet(ctx, pkt);
   if (!ts_in_sync(pkt)) {
     LOG(g_log, ERR_level, "%s: [%s] out of sync at %s\n", __func__, ctx->cfg.source, ptag(ctx));
     read_out(ctx, TSAN_OUT_OF_SYNC, nullptr, 0, [](tsan_alert &) {});
     return OUT_OF_SYNC;
   }
-  if (upsert_pkt_info(ctx, pkt) < 0)
-    return check_idle(ctx);
-  if (analyze_pkt(ctx, pkt) != 0)
-    return -1;
-  if (ctx->ndat_pcount != 0)
-    check_pcount(ctx, false);
-  return 0;
+  return process_in_sync(ctx, pkt);
+}
+
+tsan_many tsan_process_many(tsan_t ctx, const uint8_t *bytes, size_t count, size_t stride) {
+  for (size_t i = 0; i < count; ++i, bytes += stride) {
+    __builtin_prefetch(bytes + PREFETCH_AHEAD * stride);
+    const ts_pkt pkt = ts_read(bytes);
+    if (*ctx->stop != 0)
+      return {i, 0};
+    if (!ts_in_sync(pkt))
+      return {i, OUT_OF_SYNC};
+    begin_packet(ctx, pkt);
+    if (const int code = process_in_sync(ctx, pkt))
+      return {i, code};
+  }
+  return {count, 0};
+}
+
+void tsan_stop_on(tsan_t ctx, const volatile sig_atomic_t *flag) {
+  ctx->stop = flag ? flag : &never;
 }
 
 uint64_t tsan_get_pidx(tsan_t ctx) {
