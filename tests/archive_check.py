@@ -49,8 +49,12 @@ class Archive(unittest.TestCase):
         self.addCleanup(dir.cleanup)
         self.dir, self.want = pathlib.Path(dir.name), {}
         self.out, self.runs = self.dir / "a {#} 'dir", self.dir / "runs"
-        self.korva = self.dir / "korva"  # remembers what it ran on
-        self.korva.write_text(SCRIPT.format(self.runs, PROGRAM))
+        # Remembers what it ran on. Temporary files may lie where nothing is executed.
+        bin = tempfile.TemporaryDirectory(dir=PROGRAM.parent)
+        self.addCleanup(bin.cleanup)
+        self.korva = pathlib.Path(bin.name) / "korva"
+        paths = map(shlex.quote, map(str, (self.runs, PROGRAM)))
+        self.korva.write_text(SCRIPT.format(*paths))
         self.korva.chmod(0o755)
 
     def make(self, first, end):
@@ -62,8 +66,10 @@ class Archive(unittest.TestCase):
         (self.dir / "list").write_bytes(b"".join(os.fsencode(path) + b"\0" for path in self.want))
 
     def command(self, *options, source="list", korva_options=""):
-        return [ROOT / "tools/korva-archive", "-j2", "-o", self.out, "--korva", self.korva,
-                *options, self.dir / source, "--", "-A", "max_zreset_time=0", *korva_options.split()]
+        # Standard input is closed, as some daemons leave it: the lock must not take its number.
+        return ["sh", "-c", 'exec "$@" <&-', "-", ROOT / "tools/korva-archive",
+                "-j2", "-o", self.out, "--korva", self.korva, *options, self.dir / source,
+                "--", "-A", "max_zreset_time=0", *korva_options.split()]
 
     def archive(self, *options, status=0, **source):
         run = subprocess.run(self.command(*options, **source), capture_output=True)
@@ -140,7 +146,7 @@ class Archive(unittest.TestCase):
             os.makedirs("/run/sshd", exist_ok=True)
         sshd = subprocess.Popen([
             SSHD, "-D", "-q", "-f", "/dev/null", "-p", port, "-h", key, "-oListenAddress=127.0.0.1",
-            f"-oAuthorizedKeysFile={key}.pub", "-oStrictModes=no", "-oPidFile=none"])
+            f'-oAuthorizedKeysFile="{key}.pub"', "-oStrictModes=no", "-oPidFile=none"])
         ssh = ["ssh", "-F", "/dev/null", "-p", port, "-i", key, "-oStrictHostKeyChecking=no",
                "-oBatchMode=yes", "-oUserKnownHostsFile=/dev/null", "-oLogLevel=ERROR", "127.0.0.1"]
         try:

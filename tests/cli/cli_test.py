@@ -9,6 +9,7 @@ import fnmatch
 import os
 import pathlib
 import re
+import shlex
 import signal
 import subprocess
 import sys
@@ -51,6 +52,13 @@ def run(*command, env=(), **options):
 
 def korva(*args, **options):
     return run(PROGRAM, *args, **options)
+
+
+def failing(call, number):
+    """What makes a call of the C library fail. In LD_PRELOAD, a path with a blank would be two."""
+    library = FAULTS[0]
+    where = {"LD_PRELOAD": library.name, "LD_LIBRARY_PATH": str(library.parent)}
+    return {**where, f"FAIL_{call}": str(number)}
 
 
 def expected(name):
@@ -318,7 +326,8 @@ class Runs(unittest.TestCase):
 
     # A lost output costs no more than that output; standard error has a line about it at its end.
     def test_closed_and_full_standard_streams(self):
-        command = f"exec {PROGRAM} -a on -A max_zreset_time=0 {SAMPLES}/damaged.ts "
+        args = "-a on -A max_zreset_time=0".split()
+        command = "exec " + shlex.join(map(str, [PROGRAM, *args, SAMPLES / "damaged.ts"]))
         _, out, err = run("sh", "-c", command)
         self.assertEqual((out.count("ALERT"), err.count(" ALERT ")), (4, 4))
         for redirection, wanted in {
@@ -326,7 +335,7 @@ class Runs(unittest.TestCase):
             "<&- >&- 2>&-": (0, "", ""),
             "2>/dev/full": (0, out, ""), ">/dev/full": (0, "", err + LOST_OUT),
         }.items():
-            self.assertEqual(run("sh", "-c", command + redirection), wanted, redirection)
+            self.assertEqual(run("sh", "-c", command + " " + redirection), wanted, redirection)
 
         # A reader that has gone ends the program the usual way, at its first line.
         gone = f"set -o pipefail; {{ sleep 0.2; {command}; }} | true"
@@ -335,9 +344,8 @@ class Runs(unittest.TestCase):
 
     @unittest.skipUnless(FAULTS, "a sanitizer has its own calls of the C library")
     def test_read_error_ends_the_run_like_the_end_of_the_file(self):
-        fault = {"LD_PRELOAD": str(*FAULTS), "FAIL_READ": "1"}
         # The end of a mapped file is read: what is behind the last whole block.
-        status, _, err = korva("-v", SAMPLES / "damaged.ts", env=fault)
+        status, _, err = korva("-v", SAMPLES / "damaged.ts", env=failing("READ", 1))
         self.assertEqual(status, 0)
         self.assertRegex(err, r"(?s)357200/1900 bytes/records read from.*tsan_stats END")
 
@@ -348,8 +356,7 @@ class Runs(unittest.TestCase):
         pathlib.Path("s.ts").write_bytes(DAMAGED[: 1000 * 188] + new_pat)
         refused = set()
         for n in range(1, 100):
-            fault = {"LD_PRELOAD": str(*FAULTS), "FAIL_CALLOC": str(n)}
-            status, _, err = korva("s.ts", env=fault)
+            status, _, err = korva("s.ts", env=failing("CALLOC", n))
             refused.update(re.findall(r"(\w+): calloc\(\d+, \d+\) ERROR\(12\): Cannot all", err))
             wanted = (12, False) if "tsan_init: calloc(" in err else (0, True)
             self.assertEqual((status, "tsan_stats END" in err), wanted)

@@ -9,13 +9,14 @@ exports.txt and documented in the headers, and each header stands alone.
 import os
 import pathlib
 import re
+import shlex
 import subprocess
 import sys
 import tempfile
 import time
 
 root, build, korva = (pathlib.Path(arg).resolve() for arg in sys.argv[1:])
-os.chdir(work := pathlib.Path(tempfile.mkdtemp(prefix="korva-test-")).resolve())
+os.chdir(work := pathlib.Path(tempfile.mkdtemp(prefix="korva-test-", dir=build)).resolve())
 prefix = work / "prefix"
 STRICT = ["-pedantic", "-Wall", "-Wextra", "-Werror"]
 
@@ -63,7 +64,7 @@ page = (prefix / "share/doc/korva/embedding.md").read_text()
 (work / "probe.c").write_text(re.search(r"```c\n(.*?)```", page, re.S)[1])
 run("cp", root / "samples/clean.ts", root / "samples/damaged.ts", work)
 for link in [], ["--static"]:
-    flags = run("pkg-config", "--cflags", "--libs", *link, "korva").stdout.split()
+    flags = shlex.split(run("pkg-config", "--cflags", "--libs", *link, "korva").stdout)
     run("cc", "-std=c11", *STRICT, "probe.c", "-o", "probe", *flags, *[l[1:] for l in link])
     env = {**os.environ, "LD_LIBRARY_PATH": "" if link else str(library.parent)}
     said, expected = run("./probe", "damaged.ts", env=env), run(korva, "-a", "on", "damaged.ts")
