@@ -8,12 +8,6 @@
 // does not fit in 255 characters. `checksum` null: that of the program's sources.
 const char *get_custom_app_info(const char *app_tag, const char *description, const char *checksum);
 
-// The same with the description that belongs to `app_tag`; "#error#" for a tag of no known tool.
-const char *get_app_info(const char *app_tag, const char *checksum);
-
-// "korva/0.1-10.2 (nuvreck)", made at the first call; "#error#" when it does not fit.
-const char *get_app_tag(const char *app_tag);
-
 // Tag of the support library: "libtlm/..." with its version and revision.
 const char *lbtlm_info();
 

@@ -34,11 +34,3 @@ double aval_local_avg(const aggr_val *av) {
 double aval_global_avg(const aggr_val *av) {
   return average(av->g_total, av->g_count);
 }
-
-void dump_aval(FILE *out, const char *label, const aggr_val *av) {
-  fprintf(out,
-          "%s:\t\tlocal-avg  = %.02f (V=%lu/N=%lu) min(V)/max(V)=%lu/%lu, "
-          "global-avg = %.02f (V=%lu/N=%lu) min(V)/max(V)=%lu/%lu\n",
-          label, aval_local_avg(av), av->total, av->count, av->min, av->max, aval_global_avg(av),
-          av->g_total, av->g_count, av->g_min, av->g_max);
-}

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
 
 struct aggr_val {
   uint64_t count, g_count; // samples
@@ -22,6 +21,3 @@ void reset_aval(aggr_val *av);
 // Averages; NaN while there is no sample.
 double aval_local_avg(const aggr_val *av);
 double aval_global_avg(const aggr_val *av);
-
-// Prints the aggregate in one line headed by `label`.
-void dump_aval(FILE *out, const char *label, const aggr_val *av);

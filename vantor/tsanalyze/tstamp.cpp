@@ -170,7 +170,7 @@ void pcr_freq_check(tsan_ctx *tc, uint64_t new_pcr) {
 
 void measure_pcr_interval(tsan_ctx *tc, uint64_t new_pcr) {
   const program_info *pg = prog(tc);
-  const uint64_t ticks = calc_pcr_delta(pg->last_pcr, new_pcr, PCR_QUIET);
+  const uint64_t ticks = calc_pcr_delta(pg->last_pcr, new_pcr, true);
   read_out_sample(tc, {TSAN_PCR_INTERVAL, pg->pcr_pid, false}, static_cast<uint32_t>(ticks / 90),
                   false);
 }

@@ -48,7 +48,7 @@ enum log_level {
   NORM_level = 0,
   INFO_level = 1,
   DEBUG_level = 2,
-  SECTION_level = 64, /* threshold of every section at start */
+  SECTION_level = 64, /* above all that the library logs */
   MIN_level = -127,   /* always passes, carries no level: the terse form of alerts, STAT records */
 };
 
@@ -82,7 +82,7 @@ KORVA_API extern struct log_ctx *const g_access_log;
  * start. Module 0 is the analyzer, 2 the system calls, 7 the clock arithmetic. */
 KORVA_API extern int g_mod_ll[LL_MAX_MODULES];
 
-/* Sets the threshold of all modules; `ctx` is the log that remembers that they were set. */
+/* Sets the threshold of all modules, which both logs are held against, whichever `ctx` is. */
 KORVA_API void log_set_modules(struct log_ctx *ctx, int level);
 
 /* Directs `ctx` to `stream`, which stays the caller's; null: to nothing. */

@@ -8,17 +8,10 @@ enum : uint64_t {
   PCR_MAX_GAP = 45000,    // half a second, in ticks
 };
 
-enum : unsigned {
-  PCR_ABORT_BACKWARDS = 1, // a clock that runs backwards ends the process
-  PCR_REPORT_GAP = 2,      // report a gap of more than half a second
-  PCR_QUIET = 4,           // do not report a clock that runs backwards
-};
-
 // Ticks from `first` to `last`. A `last` less than half a second past the wrap of the counter is
 // taken as such. A clock that otherwise runs backwards is reported as a warning and gives 0, unless
-// `first` is 0. `flags`: PCR_ABORT_BACKWARDS, PCR_REPORT_GAP, PCR_QUIET.
-uint64_t calc_pcr_delta(uint64_t first, uint64_t last, unsigned flags);
-uint64_t ts_pcr_delta(uint64_t first, uint64_t last);
+// `first` is 0. It is not reported when `quiet`.
+uint64_t calc_pcr_delta(uint64_t first, uint64_t last, bool quiet);
 
 // The same in whole milliseconds, the low 32 bits of them.
 uint32_t pcr_delta_ms(uint64_t first, uint64_t last);

@@ -16,6 +16,3 @@ template <typename T> using calloc_ptr = std::unique_ptr<T, free_deleter>;
 
 // Makes getopt_long(3) start over completely at its next call.
 void reset_getopt_state();
-
-// First of `count` paths that exists, or null.
-const char *pick_first_file(const char *const *paths, size_t count);

@@ -1,4 +1,4 @@
-// Clocks, time stamps and time spans.
+// Clocks and time stamps.
 #pragma once
 
 #include <cstddef>
@@ -9,11 +9,6 @@
 
 // Reads a clock into `ts`. A clock that cannot be read is reported and aborts the process.
 void set_clk_now(timespec *ts, clockid_t clock_id);
-void set_real_now(timespec *ts);
-
-inline void cpy_timespec(const timespec *src, timespec *dst) {
-  *dst = *src;
-}
 
 // Whole milliseconds, truncated; -1 for the unset value (tv_sec -1).
 inline long tms2ms(const timespec *ts) {
@@ -46,10 +41,3 @@ int mk_timestr(const timespec *ts, uint32_t flags, char *buf, size_t size);
 // Local time zone as " UTC", " CEST" ..., looked up once per thread and again when `refresh` is not
 // 0. Null on failure; a later call without `refresh` then returns "#ERR#".
 const char *get_timezone(int refresh);
-
-// 23:59:59 local time on the day of `t` (epoch seconds), -1 on failure.
-time_t get_endofday_utime(time_t t);
-
-// "01d 01h:01m:01s"; the days only when there is at least one. Returns 0, or -1 when `size` bytes
-// do not hold it.
-int mk_timespan(long seconds, char *buf, size_t size);

@@ -1,7 +1,6 @@
 // One line: the prefix and the message into the line buffer, the buffer to the log's streams.
 #include <syslog.h>
 
-#include <atomic>
 #include <charconv>
 #include <cstdarg>
 #include <cstring>
@@ -93,72 +92,36 @@ bool put_prefix(line_room &room, const log_ctx *ctx, int level) {
   return put_field(room, "group", ctx->group.sym8);
 }
 
-[[gnu::format(printf, 3, 0)]] int vlogbuf_prepare(const log_ctx *ctx, int level, const char *format,
-                                                  va_list args) {
+// What was put into the buffer stays there, as far as it got.
+[[gnu::format(printf, 3, 0)]] void put_line(const log_ctx *ctx, int level, const char *format,
+                                            va_list args) {
+  g_outbuf[0] = '\0';
   line_room room{g_outbuf};
   if (!put_prefix(room, ctx, level))
-    return -1;
+    return;
   const int n = vsnprintf(room.data(), room.size(), format, args);
-  if (n < 1 || static_cast<size_t>(n) >= room.size()) {
+  if (n < 1 || static_cast<size_t>(n) >= room.size())
     perror("fprintf/vfprintf");
-    return -1;
-  }
-  return n;
 }
 
 // Both streams are held, so that they get the lines of several threads in one order.
-void put_streams(log_ctx *ctx) {
+void put_streams(const log_ctx *ctx) {
   const log_hold hold(ctx);
   fputs(g_outbuf, ctx->fp);
   if (ctx->mirror_fp != nullptr && fileno(ctx->mirror_fp) != fileno(ctx->fp))
     fputs(g_outbuf, ctx->mirror_fp);
-  std::atomic_ref(ctx->total_out).fetch_add(strlen(g_outbuf), std::memory_order_relaxed);
 }
 
 } // namespace
 
-void logbuf_reset() {
-  g_outbuf[0] = '\0';
-}
-
-bool logbuf_empty() {
-  return g_outbuf[0] == '\0';
-}
-
-int logbuf_prepare(const log_ctx *ctx, int level, const char *format, ...) {
+void log_statement(log_ctx *ctx, int level, const char *format, ...) {
   va_list args;
   va_start(args, format);
-  const int n = vlogbuf_prepare(ctx, level, format, args);
+  put_line(ctx, level, format, args);
   va_end(args);
-  return n;
-}
-
-void log_flush(log_ctx *ctx, int level) {
-  if (logbuf_empty() || ctx->fp == nullptr)
+  if (g_outbuf[0] == '\0' || ctx->fp == nullptr)
     return;
   put_streams(ctx);
-  if (g_sigctx == 0 && level < 0 && ctx->syslg.enabled)
+  if (level < 0 && ctx->syslg.enabled)
     syslog(ctx->syslg.facility | get_syslog_pri(level), "%s", g_outbuf);
-}
-
-// There is no ring to put the line into.
-void log_lard(log_ctx *, int) {}
-
-void log_statement(const loglevel_ctx &ll, log_ctx *ctx, int level, const char *format, ...) {
-  va_list args;
-  va_start(args, format);
-  logbuf_reset();
-  if (lard_enabled(ctx)) {
-    va_list ring_args;
-    va_copy(ring_args, args);
-    vlogbuf_prepare(ctx, level, format, ring_args);
-    va_end(ring_args);
-    log_lard(ctx, level);
-  }
-  if (log_passes(ll, level)) {
-    if (logbuf_empty())
-      vlogbuf_prepare(ctx, level, format, args);
-    log_flush(ctx, level);
-  }
-  va_end(args);
 }

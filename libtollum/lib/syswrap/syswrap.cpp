@@ -1,7 +1,6 @@
 #include "syswrap/syswrap.h"
 
 #include <getopt.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -23,11 +22,4 @@ void *W_calloc(const char *caller, size_t count, size_t size) {
 
 void reset_getopt_state() {
   optind = 0;
-}
-
-const char *pick_first_file(const char *const *paths, size_t count) {
-  for (size_t i = 0; i < count; ++i)
-    if (access(paths[i], F_OK) == 0)
-      return paths[i];
-  return nullptr;
 }

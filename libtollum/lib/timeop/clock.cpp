@@ -9,7 +9,3 @@ void set_clk_now(timespec *ts, clockid_t clock_id) {
     abort();
   }
 }
-
-void set_real_now(timespec *ts) {
-  set_clk_now(ts, CLOCK_REALTIME);
-}
