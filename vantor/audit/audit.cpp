@@ -1,0 +1,262 @@
+#include "audit/audit.h"
+
+#include <cerrno>
+#include <cstring>
+#include <new>
+#include <utility>
+
+#include "audit/continuity.h"
+#include "audit/ctx.h"
+#include "audit/findings.h"
+#include "audit/pcr.h"
+#include "audit/presence.h"
+#include "audit/recurrence.h"
+#include "audit/sections.h"
+#include "audit/stamps.h"
+#include "audit/tables.h"
+#include "mpegts/packet.h"
+
+namespace {
+
+enum : uint32_t { PID_NULL = 0x1FFF };
+
+// The adaptation field (ISO/IEC 13818-1, 2.4.3.4), as far as it fits its packet.
+struct adaptation {
+  size_t payload_at = 4;
+  bool is_announced = false; // discontinuity_indicator
+  bool has_pcr = false;
+  bool fits = true;
+};
+
+adaptation read_adaptation(ts_pkt pkt) {
+  const size_t length = pkt.bytes[4];
+  const size_t longest = ts_payload_flag(pkt) ? 182 : 183;
+  if (length > longest)
+    return {.payload_at = TS_PKT_SIZE, .fits = false};
+  const unsigned flags = length != 0 ? pkt.bytes[5] : 0;
+  return {.payload_at = 5 + length,
+          .is_announced = (flags & 0x80) != 0,
+          .has_pcr = (flags & 0x10) && length >= 7};
+}
+
+int64_t read_pcr(const uint8_t *bytes) {
+  const int64_t base =
+      int64_t{bytes[6]} << 25 | bytes[7] << 17 | bytes[8] << 9 | bytes[9] << 1 | bytes[10] >> 7;
+  return base * 300 + ((bytes[10] & 1) << 8 | bytes[11]);
+}
+
+uint64_t eight_bytes(const uint8_t *bytes) {
+  uint64_t value;
+  memcpy(&value, bytes, sizeof value);
+  return value;
+}
+
+// What a repetition is known by: bytes 1 to 3, the payload's length, its first and last 8 bytes.
+void take_sample(ts_pkt pkt, size_t payload_at, counted_packet &counted) {
+  const size_t size = TS_PKT_SIZE - payload_at;
+  counted.sample = pkt.header << 8 | static_cast<uint32_t>(size);
+  if (size >= 8) [[likely]] {
+    counted.head_bytes = eight_bytes(pkt.bytes + payload_at);
+    counted.tail_bytes = eight_bytes(pkt.bytes + TS_PKT_SIZE - 8);
+  } else {
+    memcpy(&counted.head_bytes, pkt.bytes + payload_at, size);
+    counted.tail_bytes = counted.head_bytes;
+  }
+}
+
+// What is judged when the clock knows the time.
+void at_knot(audit_ctx &a) {
+  judge_recurrence(a);
+  close_findings(a);
+  a.due = a.clock.now.packet + KNOT_PACKETS;
+}
+
+void take_damaged(audit_ctx &a, uint32_t pid) {
+  ++a.records[pid].tei;
+  raise(a, event_here(a, AUDIT_TEI, static_cast<int32_t>(pid)));
+  skip_counter(a, pid);
+}
+
+void take_flagged(audit_ctx &a, pid_state &p, uint32_t pid) {
+  if (!(p.flags & PID_LISTED))
+    take_unlisted(a, pid);
+  if (p.flags & PID_AWAITED)
+    take_awaited(a, pid);
+}
+
+void take(audit_ctx &a, ts_pkt pkt, uint64_t offset) {
+  a.offset = a.last_offset = offset;
+  ++a.packet;
+  const uint32_t pid = ts_pid(pkt);
+  pid_state &p = a.pids[pid];
+  ++p.packets;
+  const uint64_t previous = p.seen;
+  p.seen = a.packet;
+  if (pkt.header & 0x800000) [[unlikely]]
+    return take_damaged(a, pid);
+  if (pid == PID_NULL)
+    return;
+  const bool is_scrambled = pkt.header & 0xC0;
+  if (is_scrambled) [[unlikely]]
+    take_scrambled(a, pid);
+
+  adaptation af;
+  if (ts_adaptation_flag(pkt)) {
+    af = read_adaptation(pkt);
+    if (!af.fits) [[unlikely]]
+      raise(a, event_here(a, AUDIT_AF_SYNTAX, static_cast<int32_t>(pid)));
+  } else if (!ts_payload_flag(pkt)) [[unlikely]] {
+    raise(a, event_here(a, AUDIT_AFC_RESERVED, static_cast<int32_t>(pid)));
+    return;
+  }
+  const bool has_payload = ts_payload_flag(pkt);
+  if (!has_payload)
+    af.payload_at = TS_PKT_SIZE;
+
+  counted_packet counted = {.pid = pid,
+                            .previous = previous,
+                            .cc = static_cast<uint8_t>(ts_cc(pkt)),
+                            .is_announced = af.is_announced,
+                            .has_payload = has_payload};
+  take_sample(pkt, af.payload_at, counted);
+  const bool is_expected = ((p.next_cc - !has_payload) & 15) == counted.cc;
+  const bool follows = is_expected && !af.is_announced;
+  if ((follows && has_payload && !(p.flags & PID_HOLDS)) || p.next_cc == 0) [[likely]]
+    take_counter(p, counted);
+  else if (!judge_counter(a, counted))
+    return;
+
+  const auto pid16 = static_cast<uint16_t>(pid);
+  if (af.has_pcr) {
+    if (take_pcr(a, pid16, read_pcr(pkt.bytes), af.is_announced))
+      at_knot(a);
+    touch(a, a.records[pid].pcr_watch);
+  }
+  const pkt_bytes payload(pkt.bytes + af.payload_at, TS_PKT_SIZE - af.payload_at);
+  if (p.flags & PID_PSI) {
+    if (is_scrambled)
+      take_scrambled_psi_packet(a, pid16);
+    else
+      take_psi_packet(a, pid16, payload, ts_unit_start(pkt), follows);
+  }
+  if (p.flags & PID_WATCHED)
+    touch_presence(a, p, pid);
+  if ((p.flags & (PID_LISTED | PID_AWAITED)) != PID_LISTED) [[unlikely]]
+    take_flagged(a, p, pid);
+  if (ts_unit_start(pkt) && p.flags & PID_STAMPED && !is_scrambled)
+    take_pes_header(a, pid16, payload, af.is_announced);
+}
+
+void end_packet(audit_ctx &a) {
+  if (a.packet < a.due) [[likely]]
+    return;
+  clock_estimated_knot(a.clock, a.packet);
+  at_knot(a);
+}
+
+// The one way in: what was being done when memory ran out is not done, the rest goes on.
+template <typename Work> int guarded(audit_t audit, Work work) {
+  try {
+    work(*audit);
+    return 0;
+  } catch (const std::bad_alloc &) {
+    audit->out_of_memory = true;
+    return ENOMEM;
+  }
+}
+
+void judge_end(audit_ctx &a) {
+  release_held_losses(a);
+  if (a.clock.runs) {
+    clock_estimated_knot(a.clock, a.packet);
+    at_knot(a);
+  }
+  judge_last_gaps(a);
+  judge_last_pcrs(a);
+  judge_absent(a);
+  judge_unreferenced(a);
+  judge_missing_cat(a);
+}
+
+} // namespace
+
+audit_t audit_init(const audit_config *cfg) {
+  if (cfg->size != sizeof *cfg || cfg->profile >= AUDIT_PROFILES)
+    return nullptr;
+  try {
+    auto audit = std::make_unique<audit_ctx>();
+    audit->cfg = *cfg;
+    start_tables(*audit);
+    return audit.release();
+  } catch (const std::bad_alloc &) {
+    return nullptr;
+  }
+}
+
+void audit_free(audit_t audit) {
+  if (!audit)
+    return;
+  for (uint32_t pid = 0; pid < TS_PIDS; ++pid)
+    delete audit->records[pid].gather;
+  delete audit;
+}
+
+int audit_packet(audit_t audit, const uint8_t *bytes, uint64_t offset) {
+  return audit_packets(audit, bytes, 1, TS_PKT_SIZE, offset);
+}
+
+int audit_packets(audit_t audit, const uint8_t *bytes, size_t count, size_t stride,
+                  uint64_t offset) {
+  int result = 0;
+  for (size_t done = 0; done < count;) {
+    const int rc = guarded(audit, [&](audit_ctx &a) {
+      while (done < count) {
+        const size_t at = stride * done++;
+        take(a, ts_read(bytes + at), offset + at);
+        end_packet(a);
+      }
+    });
+    result = rc != 0 ? rc : result;
+  }
+  return result;
+}
+
+int audit_leading(audit_t audit, uint64_t bytes) {
+  return guarded(audit, [&](audit_ctx &a) {
+    event e = {.kind = AUDIT_LEADING, .packet = 1, .offset = 0, .time = now(a)};
+    e.sum = bytes;
+    raise(a, std::move(e));
+  });
+}
+
+int audit_sync_byte(audit_t audit, uint64_t offset) {
+  return guarded(audit, [&](audit_ctx &a) {
+    a.offset = a.last_offset = offset;
+    a.sync_fault = ++a.packet;
+    raise(a, event_here(a, AUDIT_SYNC_BYTE, -1));
+    end_packet(a);
+  });
+}
+
+int audit_sync_loss(audit_t audit, uint64_t offset, uint64_t lost_bytes) {
+  return guarded(audit, [&](audit_ctx &a) {
+    a.sync_fault = a.packet;
+    a.lost_bytes += lost_bytes;
+    event e = {.kind = AUDIT_SYNC_LOSS,
+               .packet = a.packet + 1,
+               .offset = offset,
+               .time = clock_time(a.clock, a.packet + 1)};
+    e.sum = lost_bytes;
+    raise(a, std::move(e));
+  });
+}
+
+int audit_end(audit_t audit, audit_ending ending) {
+  if (std::exchange(audit->has_ended, true))
+    return 0;
+  audit->ending = ending;
+  audit->offset = audit->last_offset;
+  const int judged = guarded(audit, judge_end);
+  const int closed = guarded(audit, close_all_findings);
+  return judged != 0 ? judged : closed;
+}

@@ -1,0 +1,81 @@
+#include "audit/pcr.h"
+
+#include <algorithm>
+
+#include "audit/findings.h"
+#include "audit/recurrence.h"
+
+namespace {
+
+enum : int64_t {
+  TICKS_PER_MS = 27'000,
+  JUMP = 2'700'000,
+  MEASURED = 27'000'000,
+  RECOMMENDED = 40 * TICKS_PER_MS
+};
+
+constexpr double STOPPED_S = 1; // of other packets behind the last PCR
+
+void measure(interval_stats &stats, int64_t d) {
+  stats.min = stats.count == 0 ? d : std::min(stats.min, d);
+  stats.max = std::max(stats.max, d);
+  stats.sum += d;
+  ++stats.count;
+  stats.over_40ms += d > RECOMMENDED;
+}
+
+// `e` is of the time before the PCR was taken.
+void judge_interval(audit_ctx &a, event e, const pcr_step &step) {
+  const double limit = a.cfg.limits[AUDIT_PCR_MS];
+  e.value = static_cast<double>(step.d) / 27e3;
+  const bool is_jump = step.d < 0 || (step.d > JUMP && !step.is_good && !step.is_expected);
+  if (is_jump)
+    e.kind = AUDIT_PCR_JUMP;
+  else if (limit == 0 || e.value <= limit)
+    return;
+  raise(a, std::move(e));
+}
+
+void judge_last_pcr(audit_ctx &a, uint32_t pid) {
+  const pid_record &rec = a.records[pid];
+  event e = event_here(a, AUDIT_PCR_GAP, static_cast<int32_t>(pid));
+  e.to_end = true;
+  if (rec.pcrs == 0) {
+    const bool is_long = a.clock.runs ? a.clock.now.t > STOPPED_S : a.packet > KNOT_PACKETS;
+    if (a.pids[pid].packets == 0 || !is_long)
+      return;
+    e.never = true;
+  } else {
+    const double silent = rec.presence.last_t - rec.pcr_watch.last_t;
+    if (!a.clock.runs || !rec.is_stream || silent <= STOPPED_S)
+      return;
+    e.value = silent * 1000;
+  }
+  raise(a, std::move(e));
+}
+
+} // namespace
+
+bool take_pcr(audit_ctx &a, uint16_t pid, int64_t pcr, bool is_announced) {
+  pid_record &rec = a.records[pid];
+  event before = event_here(a, AUDIT_PCR_GAP, pid);
+  const pcr_step step = clock_pcr(a.clock, rec.pcr, pid, a.packet, pcr, is_announced);
+  ++rec.pcrs;
+  if (!rec.pcr_watch.is_on)
+    start_watch(rec.pcr_watch, recurs::pcr, pid, AUDIT_NO_TABLE, true);
+  rec.announced_pcrs += is_announced;
+  if (step.is_interval && !is_announced && rec.is_pcr) {
+    if (step.d > 0 && step.d <= MEASURED)
+      measure(rec.intervals, step.d);
+    judge_interval(a, std::move(before), step);
+  }
+  return step.is_knot;
+}
+
+void judge_last_pcrs(audit_ctx &a) {
+  if (a.cfg.limits[AUDIT_PCR_MS] == 0)
+    return;
+  for (uint32_t pid = 0; pid < TS_PIDS; ++pid)
+    if (a.records[pid].is_pcr)
+      judge_last_pcr(a, pid);
+}
