@@ -10,6 +10,7 @@
 #include "audit/findings.h"
 #include "audit/pcr.h"
 #include "audit/presence.h"
+#include "audit/rate.h"
 #include "audit/recurrence.h"
 #include "audit/sections.h"
 #include "audit/stamps.h"
@@ -127,10 +128,13 @@ void take(audit_ctx &a, ts_pkt pkt, uint64_t offset) {
     return;
 
   const auto pid16 = static_cast<uint16_t>(pid);
+  if (af.is_announced) [[unlikely]]
+    restart_steps(a, pid16);
   if (af.has_pcr) {
-    if (take_pcr(a, pid16, read_pcr(pkt.bytes), af.is_announced))
+    const taken_pcr taken = take_pcr(a, pid16, read_pcr(pkt.bytes), af.is_announced);
+    if (taken.step.is_knot)
       at_knot(a);
-    touch(a, a.records[pid].pcr_watch);
+    judge_by_pcr(a, pid16, taken);
   }
   const pkt_bytes payload(pkt.bytes + af.payload_at, TS_PKT_SIZE - af.payload_at);
   if (p.flags & PID_PSI) {
@@ -144,7 +148,7 @@ void take(audit_ctx &a, ts_pkt pkt, uint64_t offset) {
   if ((p.flags & (PID_LISTED | PID_AWAITED)) != PID_LISTED) [[unlikely]]
     take_flagged(a, p, pid);
   if (ts_unit_start(pkt) && p.flags & PID_STAMPED && !is_scrambled)
-    take_pes_header(a, pid16, payload, af.is_announced);
+    take_pes_header(a, pid16, payload);
 }
 
 void end_packet(audit_ctx &a) {
@@ -171,6 +175,7 @@ void judge_end(audit_ctx &a) {
     clock_estimated_knot(a.clock, a.packet);
     at_knot(a);
   }
+  judge_last_rates(a);
   judge_last_gaps(a);
   judge_last_pcrs(a);
   judge_absent(a);
@@ -198,6 +203,8 @@ void audit_free(audit_t audit) {
     return;
   for (uint32_t pid = 0; pid < TS_PIDS; ++pid)
     delete audit->records[pid].gather;
+  for (const clock_record *clock : audit->clocks)
+    delete clock;
   delete audit;
 }
 
@@ -241,6 +248,7 @@ int audit_sync_byte(audit_t audit, uint64_t offset) {
 int audit_sync_loss(audit_t audit, uint64_t offset, uint64_t lost_bytes) {
   return guarded(audit, [&](audit_ctx &a) {
     a.sync_fault = a.packet;
+    ++a.sync_losses;
     a.lost_bytes += lost_bytes;
     event e = {.kind = AUDIT_SYNC_LOSS,
                .packet = a.packet + 1,

@@ -19,7 +19,8 @@ enum : uint32_t {
   MAX_LISTINGS = 262144,  // of PIDs in PMTs
   MAX_PID_LISTINGS = 128, // of one PID
   MAX_DELIVERED = 20000,  // findings of one kind, one by one
-  MAX_OPEN_FINDINGS = 131072,
+  MAX_OPEN_FINDINGS = 65536,
+  MAX_CLOCKS = 1024, // PCR_PIDs of which more is kept than their intervals
 };
 
 enum : uint32_t { NO_PROGRAM = UINT32_MAX };
@@ -38,8 +39,9 @@ struct watch {
   uint32_t id = 0;    // PID, or index of a program
   recurs what = {};
   audit_table table = {};
-  bool is_on = false, is_opening = false,
-       came = false; // opening: what came first begins the first interval
+  bool is_on = false, came = false;
+  bool is_opening = false; // what comes next begins the first interval
+  bool is_cut = false;     // what comes next begins a new interval: this one is not judged
 };
 
 // --- Findings (findings.h) ---
@@ -57,6 +59,7 @@ struct event {
   int32_t program_number = -1; // only of what is about a PMT
   uint64_t packet = 0, offset = 0;
   double time = 0;
+  uint64_t count = 1; // of what the finding counts
   uint64_t sum = 0, counted = 0;
   double value = NAN;
   int16_t table_id = -1;
@@ -139,6 +142,46 @@ struct section_gather {
   bool is_open = false, is_skipped = false;
 };
 
+// --- Clocks of programs (stamps.h, rate.h) ---
+
+// Time stamps that wait for the next PCR of their clock.
+struct waiting_stamps {
+  uint64_t packet = 0, offset = 0;
+  double time = 0;
+  int64_t pts = 0, dts = 0; // 90 kHz
+  uint16_t pid = 0;
+};
+
+struct rate_interval {
+  int64_t d = 0;                     // 27 MHz
+  uint64_t packets = 0, counted = 0; // counted: lost, by continuity counters
+  uint64_t packet = 0, offset = 0;   // of the second PCR
+  double time = 0;
+};
+
+enum : size_t { MAX_WAITING = 64, BLOCK_INTERVALS = 64, LEAST_BLOCK = 16 };
+
+// What the PCRs of one PID say beyond their intervals.
+struct clock_record {
+  int32_t pid = 0;
+  std::vector<waiting_stamps> waiting;
+  std::vector<rate_interval> block; // the intervals of the one that is being filled
+  uint64_t lost_before = 0;         // packets by continuity counters, at the last PCR
+  uint64_t sync_losses_before = 0;
+  uint64_t blocks = 0, constant_blocks = 0;
+  double rate_min = 0, rate_max = 0;    // byte/s, of its blocks
+  double least_ns = 0, greatest_ns = 0; // off the line, of constant blocks
+  uint64_t blocks_beyond = 0;           // the limit of accuracy
+  double worst_ns = 0;
+  rate_interval worst; // ends at the PCR that is off most
+};
+
+// Delays of one kind of time stamp behind the clock, ms.
+struct delay_stats {
+  uint64_t count;
+  double sum, min, max;
+};
+
 struct interval_stats {
   uint64_t count, over_40ms;
   int64_t sum, min, max; // 27 MHz
@@ -156,6 +199,12 @@ struct pid_record {
   dts_track dts;
   uint64_t pcrs, announced_pcrs;
   interval_stats intervals;
+  clock_record *clock; // owned; null: nothing waits, nothing was measured
+
+  int64_t last_dts;  // 90 kHz
+  double last_delay; // of DTS, ms
+  bool has_last_dts, has_last_delay;
+  delay_stats pts_delay, dts_delay;
 
   // From the PMTs in force (listing.h).
   uint32_t listings; // the first one, index + 1
@@ -163,6 +212,7 @@ struct pid_record {
   uint16_t owners; // programs that list it
   bool is_stream, is_pcr, is_protected;
   char kind; // of a stream
+  uint8_t stream_type;
   psi_role role;
   section_gather *gather; // owned
 };
@@ -227,8 +277,9 @@ struct audit_ctx {
   uint64_t packet = 0;       // number of the one at hand, 1-based
   uint64_t offset = 0;       // of its sync byte
   uint64_t due = UINT64_MAX; // packet of the next knot without PCR
-  uint64_t sync_fault = 0;   // number of the last packet before the last fault of sync
-  uint64_t lost = 0;         // packets, by continuity counters
+  uint64_t sync_losses = 0;
+  uint64_t sync_fault = 0; // number of the last packet before the last fault of sync
+  uint64_t lost = 0;       // packets, by continuity counters
   uint64_t lost_bytes = 0;
   uint64_t last_offset = 0;
   stream_clock clock;
@@ -238,6 +289,9 @@ struct audit_ctx {
   tables_state tables;
   findings_state findings;
   first_scrambled scrambled;
+  std::vector<clock_record *> clocks; // of the PIDs
+  double spread = 0;                  // packets, by which the rate varies at most
+  bool has_pts = false;
   audit_ending ending = AUDIT_COMPLETE;
   bool has_ended = false, out_of_memory = false;
 };

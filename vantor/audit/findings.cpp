@@ -32,7 +32,7 @@ bool joins(const audit_ctx &a, const open_finding &finding, const event &e) {
 }
 
 void join(open_finding &finding, const event &e) {
-  ++finding.events;
+  finding.events += e.count;
   finding.last_packet = e.packet;
   finding.last_time = e.time;
   finding.first.sum += e.sum;
@@ -72,7 +72,7 @@ void open_new(audit_ctx &a, uint64_t key, event e) {
              .key = key,
              .serial = f.opened++,
              .last_packet = e.packet,
-             .events = 1,
+             .events = e.count,
              .last_time = e.time};
   f.latest[key] = id;
   f.queue.push({or_zero(finding.last_time), id});

@@ -140,8 +140,10 @@ void refresh_pid(audit_ctx &a, uint16_t pid) {
   for (uint32_t next = rec.listings; next != 0;) {
     const listing &l = a.tables.listings[next - 1];
     ++rec.owners;
-    if (l.is_stream && !rec.is_stream)
+    if (l.is_stream && !rec.is_stream) {
       rec.kind = l.kind;
+      rec.stream_type = l.stream_type;
+    }
     rec.is_stream |= l.is_stream;
     rec.is_pcr |= l.is_pcr;
     rec.is_protected |= l.is_protected;
@@ -167,4 +169,16 @@ int32_t sole_program(const audit_ctx &a, int32_t pid) {
     return -1;
   const uint32_t first = a.records[static_cast<size_t>(pid)].listings;
   return a.tables.programs[a.tables.listings[first - 1].program]->number;
+}
+
+int32_t clock_of(const audit_ctx &a, uint16_t pid) {
+  const program *first = nullptr;
+  for (uint32_t next = a.records[pid].listings; next != 0;) {
+    const listing &l = a.tables.listings[next - 1];
+    const program &pg = *a.tables.programs[l.program];
+    if (l.is_stream && (!first || pg.place < first->place))
+      first = &pg;
+    next = l.next_of_pid;
+  }
+  return first ? first->pcr_pid : -1;
 }

@@ -26,3 +26,6 @@ void mark_listed(audit_ctx &a, uint16_t pid);
 
 // The one program that lists a PID, by its program_number; -1: none, or several.
 int32_t sole_program(const audit_ctx &a, int32_t pid);
+
+// PCR_PID of the program that lists a stream, of several the first in the PAT; -1 for none.
+int32_t clock_of(const audit_ctx &a, uint16_t pid);

@@ -3,7 +3,9 @@
 #include <algorithm>
 
 #include "audit/findings.h"
+#include "audit/rate.h"
 #include "audit/recurrence.h"
+#include "audit/stamps.h"
 
 namespace {
 
@@ -24,12 +26,15 @@ void measure(interval_stats &stats, int64_t d) {
   stats.over_40ms += d > RECOMMENDED;
 }
 
+bool is_jump(const pcr_step &step) {
+  return step.d < 0 || (step.d > JUMP && !step.is_good && !step.is_expected);
+}
+
 // `e` is of the time before the PCR was taken.
 void judge_interval(audit_ctx &a, event e, const pcr_step &step) {
   const double limit = a.cfg.limits[AUDIT_PCR_MS];
   e.value = static_cast<double>(step.d) / 27e3;
-  const bool is_jump = step.d < 0 || (step.d > JUMP && !step.is_good && !step.is_expected);
-  if (is_jump)
+  if (is_jump(step))
     e.kind = AUDIT_PCR_JUMP;
   else if (limit == 0 || e.value <= limit)
     return;
@@ -56,20 +61,34 @@ void judge_last_pcr(audit_ctx &a, uint32_t pid) {
 
 } // namespace
 
-bool take_pcr(audit_ctx &a, uint16_t pid, int64_t pcr, bool is_announced) {
+taken_pcr take_pcr(audit_ctx &a, uint16_t pid, int64_t pcr, bool is_announced) {
   pid_record &rec = a.records[pid];
+  taken_pcr taken = {.before = rec.pcr, .is_announced = is_announced};
   event before = event_here(a, AUDIT_PCR_GAP, pid);
-  const pcr_step step = clock_pcr(a.clock, rec.pcr, pid, a.packet, pcr, is_announced);
+  taken.step = clock_pcr(a.clock, rec.pcr, pid, a.packet, pcr, is_announced);
   ++rec.pcrs;
   if (!rec.pcr_watch.is_on)
     start_watch(rec.pcr_watch, recurs::pcr, pid, AUDIT_NO_TABLE, true);
   rec.announced_pcrs += is_announced;
-  if (step.is_interval && !is_announced && rec.is_pcr) {
-    if (step.d > 0 && step.d <= MEASURED)
-      measure(rec.intervals, step.d);
-    judge_interval(a, std::move(before), step);
+  if (taken.step.is_interval && !is_announced && rec.is_pcr) {
+    if (taken.step.d > 0 && taken.step.d <= MEASURED)
+      measure(rec.intervals, taken.step.d);
+    judge_interval(a, std::move(before), taken.step);
   }
-  return step.is_knot;
+  return taken;
+}
+
+void judge_by_pcr(audit_ctx &a, uint16_t pid, const taken_pcr &taken) {
+  pid_record &rec = a.records[pid];
+  touch(a, rec.pcr_watch);
+  if (!rec.is_pcr)
+    return;
+  clock_record *clock = clock_record_of(a, pid);
+  if (!clock)
+    return;
+  judge_waiting_stamps(a, *clock, taken.before, taken.step,
+                       taken.is_announced || is_jump(taken.step));
+  take_rate_interval(a, *clock, taken.step);
 }
 
 void judge_last_pcrs(audit_ctx &a) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "audit/findings.h"
+#include "audit/recurrence.h"
 
 namespace {
 
@@ -18,6 +19,7 @@ void take_scrambled(audit_ctx &a, uint32_t pid) {
   ++a.records[pid].scrambled;
   if (a.scrambled.packet == 0)
     a.scrambled = {a.packet, a.offset, now(a), static_cast<int32_t>(pid)};
+  cut_interval(a.records[pid].pts);
   if (a.pids[pid].flags & PID_UNPROTECTED)
     raise(a, event_here(a, AUDIT_SCRAMBLED, static_cast<int32_t>(pid)));
 }

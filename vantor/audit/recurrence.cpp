@@ -86,6 +86,7 @@ void judge(audit_ctx &a, watch &w) {
     }
   }
   w.last_t = time_between(a, w.last, w.last_ahead);
+  w.is_opening = std::exchange(w.is_cut, false);
 }
 
 // Outside of the profile of joined segments intervals last to the end; in it, and without a clock,
@@ -144,7 +145,12 @@ void stop_watch(audit_ctx &a, watch &w) {
   w.is_on = false;
 }
 
+void cut_interval(watch &w) {
+  (w.place != 0 ? w.is_cut : w.is_opening) = true;
+}
+
 void touch(audit_ctx &a, watch &w) {
+  w.is_cut = false;
   w.last = a.packet;
   w.last_ahead = a.clock.ahead;
   if (w.place != 0)

@@ -11,6 +11,9 @@ void start_watch(watch &w, recurs what, uint32_t id, audit_table table, bool is_
 // Watches no longer; what came since the last knot is forgotten.
 void stop_watch(audit_ctx &a, watch &w);
 
+// The interval that is open ends here, unjudged.
+void cut_interval(watch &w);
+
 // Something in the packet at hand counts as one: a listing, say. Or one came indeed.
 void touch(audit_ctx &a, watch &w);
 void came(audit_ctx &a, watch &w);

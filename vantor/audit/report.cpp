@@ -2,8 +2,8 @@
 #include <cerrno>
 #include <cstring>
 
-#include "audit/ctx.h"
 #include "audit/pmt.h"
+#include "audit/rate.h"
 
 namespace {
 
@@ -72,8 +72,8 @@ int audit_get_report(audit_t audit, audit_report *report) {
   r.lost_bytes = a.lost_bytes;
   r.duration = a.clock.runs ? a.clock.now.t : NAN;
   r.bitrate = bitrate_of(a);
-  r.cbr = -1;
-  r.spread = NAN;
+  r.cbr = is_constant_rate(a);
+  r.spread = r.cbr < 0 ? NAN : a.spread;
   r.fails = a.findings.fails;
   memcpy(r.findings, a.findings.count, sizeof r.findings);
   r.undelivered = a.findings.undelivered;
