@@ -1,0 +1,206 @@
+#include "input/framing.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+enum : size_t {
+  SYNC_BYTE = 0x47,
+  PACKET = 188,
+  SIZE_MOST = 208,
+  GRID_SYNCS = 5,   // that make a grid
+  SCORE_MOST = 256, // sync bytes that tell which grid is the best one
+  RUN_MOST = 128,   // packets handed out at once: they stay in the cache between here and there
+  GRID_REACH = (GRID_SYNCS - 1) * SIZE_MOST + 1,
+  SCORE_REACH =
+      SCORE_MOST * SIZE_MOST, // from the first place of a grid to the last byte of a score
+};
+
+constexpr size_t sizes[] = {188, 192, 204, 208};
+
+// Bytes of a record before its sync byte.
+constexpr size_t stamp_of(size_t size) {
+  return size == 192 ? 4 : 0;
+}
+
+// Part of the capture, and how its grids are judged.
+struct view {
+  uint64_t from;
+  std::span<const uint8_t> bytes;
+  bool is_last;   // the capture ends with it
+  uint64_t begin; // of the search
+  bool has_grid;  // not the first search
+
+  uint64_t end() const { return from + bytes.size(); }
+  bool is_sync(uint64_t at) const { return bytes[at - from] == SYNC_BYTE; }
+};
+
+// Sync bytes in a row, from `at` on.
+size_t count_syncs(const view &v, uint64_t at, size_t size, size_t most) {
+  size_t n = 0;
+  for (; n < most && at < v.end() && v.is_sync(at); at += size)
+    ++n;
+  return n;
+}
+
+// Near the end fewer than five sync bytes make a grid, when there is no room for more.
+bool is_grid(const view &v, uint64_t at, size_t size) {
+  if (at < v.begin + stamp_of(size))
+    return false;
+  const size_t syncs = count_syncs(v, at, size, GRID_SYNCS);
+  if (syncs == GRID_SYNCS)
+    return true;
+  const bool is_cut = v.is_last && at + syncs * size >= v.end();
+  return is_cut && at + PACKET <= v.end() && (v.has_grid || syncs >= 2 || at == stamp_of(size));
+}
+
+struct grid {
+  uint64_t at;
+  size_t size, score;
+};
+
+std::span<const size_t> candidates(const size_t &size) {
+  return size != 0 ? std::span(&size, 1) : std::span(sizes);
+}
+
+// The first place of any grid, or v.end(); `stop` is the first one that is not looked at.
+uint64_t first_grid(const view &v, uint64_t at, uint64_t stop, std::span<const size_t> allowed) {
+  while (at < stop) {
+    const void *sync = memchr(&v.bytes[at - v.from], SYNC_BYTE, stop - at);
+    if (!sync)
+      break;
+    at = v.from + static_cast<uint64_t>(static_cast<const uint8_t *>(sync) - v.bytes.data());
+    if (std::ranges::any_of(allowed, [&](size_t size) { return is_grid(v, at, size); }))
+      return at;
+    ++at;
+  }
+  return v.end();
+}
+
+// The grid with the most sync bytes of those that begin within a packet's length. A score costs no
+// more than the packets that the best grid then has, so that searches stay linear in the bytes.
+grid best_grid(const view &v, uint64_t first, std::span<const size_t> allowed) {
+  grid best = {};
+  for (uint64_t at = first; at < std::min(first + SIZE_MOST, v.end()); ++at) {
+    if (!v.is_sync(at))
+      continue;
+    for (const size_t size : allowed) {
+      const size_t score = is_grid(v, at, size) ? count_syncs(v, at, size, SCORE_MOST) : 0;
+      if (score > best.score)
+        best = {at, size, score};
+    }
+  }
+  return best;
+}
+
+} // namespace
+
+framing::framing(byte_source &from, size_t packet_size) : source(from), size(packet_size) {}
+
+size_t framing::stamp() const {
+  return stamp_of(size);
+}
+
+uint64_t framing::bytes_read() const {
+  return is_over ? seen : std::min(record_begin(), seen);
+}
+
+// As fetch(), also from behind what was fetched so far.
+std::span<const uint8_t> framing::look(uint64_t from, size_t least) {
+  while (seen < from) {
+    const std::span skipped = source.fetch(seen, 1);
+    if (skipped.empty())
+      return {};
+    seen = std::min(from, seen + skipped.size());
+  }
+  const std::span bytes = source.fetch(from, least);
+  seen = from + bytes.size();
+  return bytes;
+}
+
+// Goes to the best grid at `begin` or behind it, or to the end of the capture.
+bool framing::search(uint64_t begin) {
+  const auto allowed = candidates(size);
+  const auto view_at = [&](uint64_t at, size_t reach) {
+    const uint64_t from = std::max(begin, at - std::min<uint64_t>(at, stamp_of(192)));
+    const size_t least = at - from + reach;
+    const std::span bytes = look(from, least);
+    return view{from, bytes, bytes.size() < least, begin, has_grid};
+  };
+  for (uint64_t at = begin;;) {
+    const view v = view_at(at, GRID_REACH);
+    const uint64_t stop = v.is_last ? v.end() : v.end() - (GRID_REACH - 1);
+    const uint64_t first = first_grid(v, at, stop, allowed);
+    if (first < stop) {
+      const grid best = best_grid(view_at(first, SCORE_REACH), first, allowed);
+      place = best.at;
+      size = best.size;
+      return has_grid = true;
+    }
+    at = stop;
+    if (v.is_last) {
+      place = v.end();
+      return false;
+    }
+  }
+}
+
+bool framing::start(uint64_t first) {
+  if (!search(0)) {
+    leading = place;
+    end();
+    return false;
+  }
+  leading = place - stamp();
+  place += std::min(first - 1, uint64_t{INT64_MAX} / 2 / size) * size;
+  ahead = next(1);
+  return ahead->what != framing_step::END && !is_lost;
+}
+
+framing_step framing::end() {
+  is_over = true;
+  return {};
+}
+
+framing_step framing::next(uint64_t most) {
+  if (ahead) {
+    const framing_step step = *ahead;
+    ahead.reset();
+    return step;
+  }
+  if (is_lost)
+    return end();
+  const size_t before = stamp();
+  std::span record = look(place - before, before + PACKET);
+  if (record.size() < before + PACKET) {
+    tail = record.size();
+    return end();
+  }
+  const std::span bytes = record.subspan(before);
+  const size_t room = (bytes.size() - PACKET) / size + 1;
+  const size_t stop = std::min<uint64_t>({most, room, RUN_MOST});
+  size_t count = 0;
+  while (count < stop && bytes[count * size] == SYNC_BYTE)
+    ++count;
+  if (count == 0)
+    return lose_sync();
+  const framing_step step = {framing_step::PACKETS, bytes.data(), count, place, 0};
+  place += count * size;
+  return step;
+}
+
+// The sync byte at `place` is wrong.
+framing_step framing::lose_sync() {
+  const uint64_t at = place, record = record_begin();
+  // A file that is cut off while it is read shows zeros first.
+  const std::span bytes = source.fetch_again(record, stamp() + size + 1);
+  if (bytes.size() < stamp() + PACKET || bytes[stamp()] == SYNC_BYTE)
+    return next(1);
+  if (bytes.size() <= stamp() + size || bytes[stamp() + size] == SYNC_BYTE) {
+    place += size;
+    return {framing_step::BAD_SYNC, nullptr, 1, at, 0};
+  }
+  is_lost = !search(at + 1);
+  return {framing_step::LOSS, nullptr, 0, at, (is_lost ? place : record_begin()) - record};
+}

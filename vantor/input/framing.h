@@ -1,0 +1,68 @@
+// Packets in a capture's bytes: finds the grid of sync bytes, follows it, and finds it again.
+//
+// A grid is a first sync byte and a distance: 188 bytes; 192, where a record begins with 4 bytes of
+// arrival time; 204 and 208, where bytes of error correction follow the packet.
+//
+//   framing packets(source, 0);
+//   if (!packets.start(1))
+//     return "no packet";
+//   for (framing_step step; (step = packets.next(SIZE_MAX)).what != framing_step::END;)
+//     ...
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+
+#include "input/byte_source.h"
+
+struct framing_step {
+  enum step_kind {
+    PACKETS,  // `count` of them, packet_size() apart; `bytes` is the first one's sync byte
+    BAD_SYNC, // one packet whose sync byte is wrong while the next one's is right
+    LOSS,     // sync lost: `lost_bytes` until packets go on, or to the end
+    END,
+  };
+  step_kind what = END;
+  const uint8_t *bytes = nullptr; // in place, valid until the next step
+  size_t count = 0;
+  uint64_t offset = 0; // of the sync byte, or where it should be
+  uint64_t lost_bytes = 0;
+};
+
+class framing {
+public:
+  // `packet_size`: 188, 192, 204, 208, or 0: to be found.
+  framing(byte_source &source, size_t packet_size);
+
+  // Finds the grid and goes to its packet number `first` (1-based). False: there is no packet.
+  bool start(uint64_t first);
+
+  // What comes next; of packets at most `most`, which is not 0. Nothing follows an END.
+  framing_step next(uint64_t most);
+
+  size_t packet_size() const { return size; }        // 0 before a grid was found
+  uint64_t leading_bytes() const { return leading; } // before its first record
+  uint64_t tail_bytes() const { return tail; }       // behind the last record, after END
+  // Of the capture, to the next record; after END, all there were.
+  uint64_t bytes_read() const;
+
+private:
+  uint64_t record_begin() const { return place - stamp(); } // of the next record
+  bool search(uint64_t begin);
+  std::span<const uint8_t> look(uint64_t from, size_t least);
+  framing_step end();
+  framing_step lose_sync();
+  size_t stamp() const;
+
+  byte_source &source;
+  size_t size;           // of a record, bytes; 0 until it is known
+  bool has_grid = false; // one was found
+  bool is_lost = false;  // sync, to the end
+  bool is_over = false;  // END was handed out
+  uint64_t place = 0;    // next sync byte
+  uint64_t leading = 0, tail = 0;
+  uint64_t seen = 0;                 // bytes fetched, of all
+  std::optional<framing_step> ahead; // looked at by start()
+};
