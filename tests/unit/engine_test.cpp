@@ -1,116 +1,19 @@
-// The transcripts in engine/: what the analyzer writes about streams that are made packet by
-// packet.
-//
-// A line that begins with "$ " holds operations, separated by ";". Below it is what they made the
-// analyzer write (of its report only what is not 0), and "= n" for a result other than 0. With
-// KORVA_ACCEPT in the environment, the transcripts are written anew.
-#include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <map>
+// The transcripts in engine/: what the analyzer writes about streams that are made packet by packet
+// (of its report only what is not 0), and "= n" for a result other than 0.
 #include <memory>
-#include <optional>
 #include <regex>
 #include <span>
-#include <sstream>
 
 #include <gtest/gtest.h>
 
 #include "support/engine.h"
+#include "support/transcript.h"
 #include "tassert/tassert.h"
 #include "tsanalyze/readout.h"
 
 namespace {
 
-// As "pes 102 pts=900000 x2": words, named values, and how often.
-struct operation {
-  std::vector<std::string> words;
-  std::map<std::string, std::string> named;
-  size_t times = 1;
-
-  explicit operation(const std::string &text) {
-    std::istringstream in(text);
-    for (std::string word; in >> word;)
-      if (const size_t equals = word.find('='); equals != word.npos)
-        named[word.substr(0, equals)] = word.substr(equals + 1);
-      else if (word[0] == 'x')
-        times = std::stoul(word.substr(1));
-      else
-        words.push_back(word);
-  }
-  bool has(const char *word) const { return std::ranges::count(words, word) != 0; }
-  template <typename T = uint16_t> T number(size_t i = 1) const {
-    return static_cast<T>(std::stoull(words.at(i), nullptr, 0));
-  }
-  std::string get(const std::string &name) const {
-    const auto found = named.find(name);
-    return found != named.end() ? found->second : "";
-  }
-  template <typename T> std::optional<T> get(const char *name) const {
-    if (!named.contains(name))
-      return {};
-    return static_cast<T>(std::stoull(named.at(name), nullptr, 0));
-  }
-  template <typename T> T get(const char *name, T otherwise) const {
-    return get<T>(name).value_or(otherwise);
-  }
-};
-
 using action = void (*)(engine &, const operation &);
-
-ts_bytes from_hex(const std::string &text) {
-  ts_bytes out;
-  for (size_t i = 0; i < text.size(); i += 2)
-    out.push_back(static_cast<uint8_t>(std::stoul(text.substr(i, 2), nullptr, 16)));
-  return out;
-}
-
-packet_spec packet_of(const operation &op) {
-  return {op.has("start"), !op.has("empty"), op.get<uint64_t>("pcr"), op.get<uint8_t>("af")};
-}
-
-// Programs are "1:100" (number, PID) or "31*100" (so many, from this PID on).
-void add_pat(engine &e, const operation &op) {
-  std::vector<pat_entry> entries;
-  uint16_t n = 0, pid = 0;
-  for (const std::string &word : op.words)
-    if (std::sscanf(word.c_str(), "%hu:%hu", &n, &pid) == 2)
-      entries.push_back({n, pid});
-    else if (std::sscanf(word.c_str(), "%hu*%hu", &n, &pid) == 2)
-      for (uint16_t i = 0; i < n; ++i)
-        entries.push_back({1, static_cast<uint16_t>(pid + i)});
-  e.s.pat(entries, {.version = op.get<uint8_t>("version", 0),
-                    .current = !op.has("next"),
-                    .section = op.get<uint8_t>("section", 0),
-                    .last_section = op.get<uint8_t>("last", 0)});
-}
-
-// Streams are "0f:102" (type, PID) or, with descriptors, "0f:102:0a04656e6700".
-void add_pmt(engine &e, const operation &op) {
-  pmt_spec spec = {.pcr_pid = op.get<uint16_t>("pcr", 101),
-                   .descriptors = from_hex(op.get("descriptors"))};
-  for (const std::string &word : op.words) {
-    es_spec es;
-    char hex[400] = "";
-    if (std::sscanf(word.c_str(), "%hhx:%hu:%399s", &es.type, &es.pid, hex) >= 2) {
-      es.descriptors = from_hex(hex);
-      spec.es.push_back(es);
-    }
-  }
-  e.s.pmt(op.number(), spec);
-}
-
-void add_pes(engine &e, const operation &op) {
-  const auto id = op.get<uint8_t>("id", 0xe0);
-  const pes_spec pes = {op.get<uint64_t>("pts"), op.get<uint64_t>("dts"), id};
-  e.s.pes(op.number(), pes, packet_of(op));
-}
-
-// Packets with these continuity counters.
-void add_counters(engine &e, const operation &op) {
-  for (size_t i = 2; i < op.words.size(); ++i)
-    e.s.packets.push_back(make_packet(op.number(), op.number<uint8_t>(i), {}, {}));
-}
 
 void set(engine &e, const operation &op) {
   tsan_config &cfg = e.config();
@@ -158,23 +61,6 @@ void fill(engine &e, const operation &) {
   e->gac = {1, 2, 3};
 }
 
-// What makes packets or changes those to come; "spoil 5 f0" overwrites the last one from byte 5 on.
-const std::map<std::string, action> makers = {
-    {"pat", add_pat},
-    {"pmt", add_pmt},
-    {"pes", add_pes},
-    {"cc", add_counters},
-    {"data", [](engine &e, const operation &op) { e.s.packet(op.number(), packet_of(op)); }},
-    {"pcr", [](engine &e, const operation &op) { e.s.pcr(op.number(), op.number<uint64_t>(2)); }},
-    {"null", [](engine &e, const operation &) { e.s.null(); }},
-    {"repeat", [](engine &e, const operation &) { e.s.repeat(); }},
-    {"lose", [](engine &e, const operation &op) { e.s.lose(op.number(), op.number(2)); }},
-    {"spoil",
-     [](engine &e, const operation &op) {
-       std::ranges::copy(from_hex(op.words.at(2)), &e.s.packets.back()[op.number()]);
-     }},
-};
-
 // What calls the analyzer, once it has the packets made before, or tells the time.
 const std::map<std::string, action> calls = {
     {"set", set},
@@ -212,87 +98,62 @@ const std::map<std::string, action> calls = {
 };
 
 void carry_out(std::unique_ptr<engine> &e, const operation &op) {
-  const std::string &name = op.words.at(0);
-  if (name == "new") {
+  if (op.words.at(0) == "new") {
     e.reset(); // before the next one sets the logs up
     e = std::make_unique<engine>();
     e->cfg.no_rlog = !op.has("human");
-    return;
-  }
-  const bool is_maker = makers.contains(name);
-  if (!is_maker)
+  } else if (!make_packets(e->s, op)) {
     e->feed();
-  for (size_t i = 0; i < op.times; ++i)
-    (is_maker ? makers : calls).at(name)(*e, op);
+    for (size_t i = 0; i < op.times; ++i)
+      calls.at(op.words[0])(*e, op);
+  }
 }
 
-// What the operations of a line make the analyzer write, behind what else is told on standard
-// error.
-std::string written_by(std::unique_ptr<engine> &e, const std::string &line) {
-  std::istringstream operations(line);
+// Without what differs from run to run or by processor; a table stands behind its title. Blank
+// lines and, of the report, headings, rules and counts of 0 are left out.
+std::string shown(std::string text) {
+  static const std::pair<std::regex, const char *> masks[] = {
+      {std::regex("0x[0-9a-f]{6,}"), "<addr>"},
+      {std::regex("-nan"), "nan"},
+      {std::regex("(P[AM]T:)\nnew"), "$1 new"},
+  };
+  static const std::regex left_out(R"(^$|^end P[AM]T$|^tsan_stats|^\t.*:$|^\t-+$|:  +0(/0)*$)");
+  for (const auto &[what, word] : masks)
+    text = std::regex_replace(text, what, word);
+  std::istringstream lines(text);
+  std::string out;
+  for (std::string line; std::getline(lines, line);)
+    if (!std::regex_search(line, left_out))
+      out += line + "\n";
+  return out;
+}
+
+// What the operations make the analyzer write.
+std::string written_by(std::unique_ptr<engine> &e, const std::vector<operation> &operations) {
   std::string failed;
   if (e)
     e->rc = 0;
-  testing::internal::CaptureStderr();
   g_tassert_hook = [](const tassert_failure &failure) { throw failure; };
   try {
-    for (std::string op; std::getline(operations, op, ';');)
-      carry_out(e, operation(op));
+    for (const operation &op : operations)
+      carry_out(e, op);
     e->feed();
   } catch (const tassert_failure &failure) {
     e->s.packets.clear();
     failed = std::string("assertion: ") + failure.expr + "\n";
   }
   g_tassert_hook = nullptr;
-  return testing::internal::GetCapturedStderr() + e->run() + failed +
-         (e->rc != 0 ? "= " + std::to_string(e->rc) + "\n" : "");
+  return shown(e->run()) + failed + (e->rc != 0 ? "= " + std::to_string(e->rc) + "\n" : "");
 }
 
 using transcripts = testing::TestWithParam<std::filesystem::path>;
 
 } // namespace
 
-// Blank lines and, of the report, headings, rules and counts of 0.
-static const std::regex left_out(R"(^$|^end P[AM]T$|^tsan_stats|^\t.*:$|^\t-+$|:  +0(/0)*$)");
-
-// Without what differs from run to run or by processor; a table stands behind its title.
-static std::string shown(std::string text) {
-  static const std::pair<std::regex, const char *> masks[] = {
-      {std::regex("0x[0-9a-f]{6,}"), "<addr>"},
-      {std::regex("-nan"), "nan"},
-      {std::regex("(P[AM]T:)\nnew"), "$1 new"},
-  };
-  for (const auto &[what, word] : masks)
-    text = std::regex_replace(text, what, word);
-  return text;
-}
-
 TEST_P(transcripts, are_what_is_written) {
-  std::ifstream file(GetParam());
-  std::string expected, actual;
   std::unique_ptr<engine> e;
-  for (std::string line; std::getline(file, line);) {
-    expected += line + "\n";
-    if (line.empty() || line.starts_with("$ ") || line.starts_with("#"))
-      actual += line + "\n";
-    if (!line.starts_with("$ "))
-      continue;
-    std::istringstream written(shown(written_by(e, line.substr(2))));
-    for (std::string text; std::getline(written, text);)
-      if (!std::regex_search(text, left_out))
-        actual += text + "\n";
-  }
-  if (getenv("KORVA_ACCEPT"))
-    std::ofstream(GetParam()) << actual;
-  EXPECT_EQ(actual, expected);
+  expect_transcript(GetParam(), [&](const auto &operations) { return written_by(e, operations); });
 }
 
-static std::vector<std::filesystem::path> files() {
-  std::vector<std::filesystem::path> out;
-  for (const auto &file : std::filesystem::directory_iterator(KORVA_UNIT "/engine"))
-    out.push_back(file);
-  return out;
-}
-
-INSTANTIATE_TEST_SUITE_P(unit, transcripts, testing::ValuesIn(files()),
-                         [](const auto &file) { return file.param.stem().string(); });
+INSTANTIATE_TEST_SUITE_P(unit, transcripts, testing::ValuesIn(files_in(KORVA_UNIT "/engine")),
+                         stem_of);
