@@ -5,6 +5,7 @@
 #include <new>
 #include <utility>
 
+#include "audit/bitrates.h"
 #include "audit/continuity.h"
 #include "audit/ctx.h"
 #include "audit/findings.h"
@@ -69,6 +70,7 @@ void take_sample(ts_pkt pkt, size_t payload_at, counted_packet &counted) {
 void at_knot(audit_ctx &a) {
   judge_recurrence(a);
   close_findings(a);
+  measure_bitrates(a);
   a.due = a.clock.now.packet + KNOT_PACKETS;
 }
 
@@ -90,7 +92,8 @@ void take(audit_ctx &a, ts_pkt pkt, uint64_t offset) {
   ++a.packet;
   const uint32_t pid = ts_pid(pkt);
   pid_state &p = a.pids[pid];
-  ++p.packets;
+  if (p.packets++ == 0) [[unlikely]]
+    a.seen_pids.push_back(static_cast<uint16_t>(pid));
   const uint64_t previous = p.seen;
   p.seen = a.packet;
   if (pkt.header & 0x800000) [[unlikely]]

@@ -160,12 +160,30 @@ typedef struct audit_finding {
   const audit_change *change; /* or null */
 } audit_finding;
 
+typedef enum audit_sample_kind {
+  AUDIT_PCR_INTERVAL, /* from one PCR of a PCR_PID to the next, ms */
+  AUDIT_PTS_DELAY,    /* PTS behind the program's clock, ms */
+  AUDIT_DTS_DELAY,    /* DTS behind the program's clock, ms */
+  AUDIT_BITRATE,      /* of a PID over a second or little more, bit/s */
+  AUDIT_SAMPLE_KINDS
+} audit_sample_kind;
+
+/* One measured value. */
+typedef struct audit_sample {
+  size_t size;
+  audit_sample_kind kind;
+  uint16_t pid;
+  double time; /* s */
+  double value;
+} audit_sample;
+
 typedef struct audit_config {
   size_t size; /* of this record */
   audit_profile profile;
   double limits[AUDIT_LIMITS];
   void *opaque;                                                   /* handed to the callback */
   void (*on_finding)(void *opaque, const audit_finding *finding); /* or null */
+  void (*on_sample)(void *opaque, const audit_sample *sample);    /* or null */
 } audit_config;
 
 /* Fills a record with a profile's limits and no callback. */
@@ -263,7 +281,7 @@ typedef struct audit_stream {
 typedef struct audit_pid {
   size_t size;
   uint16_t pid;
-  char what[32];                   /* "PAT", "PMT", "V", "null", "unreferenced" ... */
+  char what[48]; /* "PAT", "PMT of 1", "V H.264", "A AAC eng", "null", "unreferenced" ... */
   const uint16_t *program_numbers; /* that list it */
   size_t programs;
   uint64_t packets, scrambled, tei, duplicates, lost, pcrs, over_40ms;

@@ -23,7 +23,7 @@ enum : uint32_t {
   MAX_CLOCKS = 1024, // PCR_PIDs of which more is kept than their intervals
 };
 
-enum : uint32_t { NO_PROGRAM = UINT32_MAX };
+enum : uint32_t { NO_PROGRAM = UINT32_MAX, MAX_INDICATORS = 18 };
 
 // --- What must recur (recurrence.h) ---
 
@@ -73,6 +73,7 @@ struct open_finding {
   uint64_t key = 0, serial = 0;
   uint64_t last_packet = 0, events = 0;
   double last_time = 0;
+  uint8_t indicator = 0;    // MAX_INDICATORS: none
   uint32_t next_parked = 0; // index + 1, of those that wait for the same held loss
 };
 
@@ -190,6 +191,8 @@ struct interval_stats {
 struct pid_record {
   uint64_t first_packet, first_offset;
   double first_time, last_time; // estimates, of a PID that no table lists
+  uint64_t packets_before;      // the current second
+  double bitrate_min, bitrate_max;
   uint64_t scrambled, tei, duplicates, explained, announced, lost;
   held_loss held;
   uint32_t parked; // findings that wait for the held loss: index + 1 of the first
@@ -272,6 +275,13 @@ struct first_scrambled {
   int32_t pid = -1;
 };
 
+// Findings of one indicator (indicators.h).
+struct indicator_state {
+  uint64_t findings = 0, packet = 0;
+  double time = NAN, worst = NAN;
+  int32_t pid = -1;
+};
+
 struct audit_ctx {
   audit_config cfg = {};
   uint64_t packet = 0;       // number of the one at hand, 1-based
@@ -285,13 +295,17 @@ struct audit_ctx {
   stream_clock clock;
   zeroed_array<pid_state, TS_PIDS> pids;
   zeroed_array<pid_record, TS_PIDS> records;
+  std::vector<uint16_t> seen_pids;
   std::vector<watch *> touched;
   tables_state tables;
   findings_state findings;
   first_scrambled scrambled;
   std::vector<clock_record *> clocks; // of the PIDs
+  std::vector<uint16_t> handed_out;   // program_numbers of a record
+  double second = 0; // time of the knot at which the current second of bitrates begins
   double spread = 0;                  // packets, by which the rate varies at most
-  bool has_pts = false;
+  bool has_pts = false, has_bitrates = false;
+  std::array<indicator_state, MAX_INDICATORS> indicators; // in the order of indicators.cpp
   audit_ending ending = AUDIT_COMPLETE;
   bool has_ended = false, out_of_memory = false;
 };

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "audit/indicators.h"
 #include "audit/listing.h"
 
 namespace {
@@ -66,6 +67,7 @@ void open_new(audit_ctx &a, uint64_t key, event e) {
   }
   if (e.program_number < 0)
     e.program_number = sole_program(a, e.pid);
+  const uint8_t indicator = indicator_index(a, e);
   const uint32_t id = take_slot(f);
   open_finding &finding = f.open[id];
   finding = {.first = std::move(e),
@@ -73,7 +75,8 @@ void open_new(audit_ctx &a, uint64_t key, event e) {
              .serial = f.opened++,
              .last_packet = e.packet,
              .events = e.count,
-             .last_time = e.time};
+             .last_time = e.time,
+             .indicator = indicator};
   f.latest[key] = id;
   f.queue.push({or_zero(finding.last_time), id});
 }
@@ -147,6 +150,7 @@ audit_finding record_of(const open_finding &finding) {
 }
 
 void deliver(audit_ctx &a, const open_finding &finding) {
+  count_for_indicator(a, finding.indicator, finding.first);
   if (a.findings.delivered[finding.first.kind] >= MAX_DELIVERED) {
     ++a.findings.undelivered;
     return;

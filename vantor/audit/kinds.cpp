@@ -38,6 +38,45 @@ char kind_by_descriptor(uint8_t tag, std::span<const uint8_t> data) {
   return holds(audio_tags, tag) ? 'A' : holds(text_tags, tag) ? 'S' : '\0';
 }
 
+struct coding {
+  unsigned id;
+  const char *name;
+};
+
+constexpr coding type_codings[] = {
+    {0x01, "MPEG-1"},       {0x02, "MPEG-2"},       {0x03, "MPEG-1 audio"}, {0x04, "MPEG-2 audio"},
+    {0x0F, "AAC"},          {0x10, "MPEG-4"},       {0x11, "AAC LATM"},     {0x15, "metadata"},
+    {0x1B, "H.264"},        {0x1C, "MPEG-4 audio"}, {0x1F, "H.264 SVC"},    {0x20, "H.264 MVC"},
+    {0x21, "JPEG 2000"},    {0x24, "HEVC"},         {0x25, "HEVC"},         {0x2D, "MPEG-H audio"},
+    {0x2E, "MPEG-H audio"}, {0x33, "VVC"},          {0x34, "VVC"},          {0x35, "EVC"},
+    {0x42, "AVS"},          {0x81, "AC-3"},         {0x86, "SCTE 35"},      {0x87, "E-AC-3"},
+    {0xD1, "Dirac"},        {0xEA, "VC-1"}};
+
+constexpr coding tag_codings[] = {{0x56, "teletext"}, {0x59, "DVB subtitles"}, {0x6A, "AC-3"},
+                                  {0x7A, "E-AC-3"},   {0x7B, "DTS"},           {0x7C, "AAC"}};
+
+const char *name_in(std::span<const coding> codings, unsigned id) {
+  const auto found = std::ranges::find(codings, id, &coding::id);
+  return found != codings.end() ? found->name : "";
+}
+
+constexpr const char *format_names[] = {"HEVC", "VVC", "AV1",  "AC-3",       "E-AC-3", "DTS",
+                                        "DTS",  "DTS", "Opus", "SMPTE 302M", "AC-4"};
+
+const char *codec_by_descriptor(uint8_t tag, std::span<const uint8_t> data) {
+  if (tag != DESC_REGISTRATION || data.size() < 4)
+    return name_in(tag_codings, tag);
+  const std::string_view format(reinterpret_cast<const char *>(data.data()), 4);
+  size_t i = 0;
+  for (const std::string_view known : video_formats)
+    if (i++; format == known)
+      return format_names[i - 1];
+  for (const std::string_view known : audio_formats)
+    if (i++; format == known)
+      return format_names[i - 1];
+  return "";
+}
+
 } // namespace
 
 char kind_of_stream(uint8_t stream_type, std::span<const uint8_t> descriptors) {
@@ -52,4 +91,14 @@ char kind_of_stream(uint8_t stream_type, std::span<const uint8_t> descriptors) {
         kind = kind_by_descriptor(tag, data);
     });
   return kind != 0 ? kind : 'D';
+}
+
+const char *codec_of_stream(uint8_t stream_type, std::span<const uint8_t> descriptors) {
+  const char *name = name_in(type_codings, stream_type);
+  if (stream_type == PRIVATE_DATA)
+    for_each_descriptor(descriptors, [&](uint8_t tag, std::span<const uint8_t> data) {
+      if (name[0] == '\0')
+        name = codec_by_descriptor(tag, data);
+    });
+  return name;
 }

@@ -7,6 +7,9 @@
 // 'V' video, 'A' audio, 'S' subtitles and teletext, 'D' all else.
 char kind_of_stream(uint8_t stream_type, std::span<const uint8_t> descriptors);
 
+// Name of its coding, "" where that is not known.
+const char *codec_of_stream(uint8_t stream_type, std::span<const uint8_t> descriptors);
+
 // Calls `visit(tag, data)` for each descriptor of a loop that fits; false when one does not.
 template <typename Visit> bool for_each_descriptor(std::span<const uint8_t> loop, Visit visit) {
   while (!loop.empty()) {

@@ -5,6 +5,7 @@
 #include "audit/findings.h"
 #include "audit/rate.h"
 #include "audit/recurrence.h"
+#include "audit/samples.h"
 #include "audit/stamps.h"
 
 namespace {
@@ -71,8 +72,10 @@ taken_pcr take_pcr(audit_ctx &a, uint16_t pid, int64_t pcr, bool is_announced) {
     start_watch(rec.pcr_watch, recurs::pcr, pid, AUDIT_NO_TABLE, true);
   rec.announced_pcrs += is_announced;
   if (taken.step.is_interval && !is_announced && rec.is_pcr) {
-    if (taken.step.d > 0 && taken.step.d <= MEASURED)
+    if (taken.step.d > 0 && taken.step.d <= MEASURED) {
       measure(rec.intervals, taken.step.d);
+      hand_sample(a, AUDIT_PCR_INTERVAL, pid, now(a), static_cast<double>(taken.step.d) / 27e3);
+    }
     judge_interval(a, std::move(before), taken.step);
   }
   return taken;

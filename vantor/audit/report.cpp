@@ -1,7 +1,9 @@
 // The records that an audit has at its end.
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
+#include "audit/indicators.h"
 #include "audit/pmt.h"
 #include "audit/rate.h"
 
@@ -62,6 +64,97 @@ void copy_language(std::span<const uint8_t> descriptors, char (&language)[4]) {
   });
 }
 
+double ms_or_nan(bool is_there, int64_t ticks_27mhz) {
+  return is_there ? static_cast<double>(ticks_27mhz) / 27e3 : NAN;
+}
+
+void copy_delays(const delay_stats &stats, double (&delays)[3]) {
+  const bool any = stats.count != 0;
+  delays[0] = any ? stats.min : NAN;
+  delays[1] = any ? stats.sum / static_cast<double>(stats.count) : NAN;
+  delays[2] = any ? stats.max : NAN;
+}
+
+// Programs that list a PID, in the order of the listings.
+std::vector<uint16_t> programs_of(const audit_ctx &a, uint16_t pid) {
+  std::vector<uint16_t> numbers;
+  for (uint32_t next = a.records[pid].listings; next != 0;) {
+    const listing &l = a.tables.listings[next - 1];
+    numbers.push_back(a.tables.programs[l.program]->number);
+    next = l.next_of_pid;
+  }
+  return numbers;
+}
+
+// "V H.264", "A AAC eng"
+void describe_stream(const audit_ctx &a, uint16_t pid, char (&what)[48]) {
+  const listing *l = nullptr;
+  for (uint32_t next = a.records[pid].listings; next != 0 && !(l && l->is_stream);) {
+    l = &a.tables.listings[next - 1];
+    next = l->next_of_pid;
+  }
+  for_each_stream(a.tables.programs[l->program]->section, [&](const pmt_stream &s) {
+    if (s.pid != pid || what[0] != '\0')
+      return;
+    char language[4] = {};
+    copy_language(s.descriptors, language);
+    const char *codec = codec_of_stream(s.type, s.descriptors);
+    snprintf(what, sizeof what, "%c%s%s%s%s", kind_of_stream(s.type, s.descriptors),
+             codec[0] ? " " : "", codec, language[0] ? " " : "", language);
+  });
+}
+
+void describe(const audit_ctx &a, uint16_t pid, char (&what)[48]) {
+  const pid_record &rec = a.records[pid];
+  constexpr const char *roles[] = {"", "PAT", "CAT", "PMT", "NIT", "SDT", "EIT", "RST", "TDT"};
+  if (rec.role == psi_role::pmt && rec.owners == 1)
+    snprintf(what, sizeof what, "PMT of %u", programs_of(a, pid)[0]);
+  else if (rec.role != psi_role::none)
+    snprintf(what, sizeof what, "%s", roles[static_cast<size_t>(rec.role)]);
+  else if (rec.is_stream)
+    describe_stream(a, pid, what);
+  else if (rec.is_pcr)
+    snprintf(what, sizeof what, "PCR");
+  else if (pid == 0x1FFF)
+    snprintf(what, sizeof what, "null");
+  else
+    snprintf(what, sizeof what, "%s", a.pids[pid].flags & PID_LISTED ? "listed" : "unreferenced");
+}
+
+audit_pid pid_row(audit_ctx &a, uint16_t pid) {
+  const pid_state &p = a.pids[pid];
+  const pid_record &rec = a.records[pid];
+  audit_pid r = {};
+  r.pid = pid;
+  describe(a, pid, r.what);
+  a.handed_out = programs_of(a, pid);
+  r.program_numbers = a.handed_out.data();
+  r.programs = a.handed_out.size();
+  r.packets = p.packets;
+  r.scrambled = rec.scrambled;
+  r.tei = rec.tei;
+  r.duplicates = rec.duplicates;
+  r.lost = rec.lost;
+  r.pcrs = rec.pcrs;
+  r.over_40ms = rec.intervals.over_40ms;
+  r.share = static_cast<double>(p.packets) / static_cast<double>(a.packet);
+  r.bitrate = r.share * bitrate_of(a);
+  r.bitrate_min = a.has_bitrates ? rec.bitrate_min : NAN;
+  r.bitrate_max = a.has_bitrates ? rec.bitrate_max : NAN;
+  const interval_stats &intervals = rec.intervals;
+  const bool has_pcrs = intervals.count != 0;
+  r.pcr_min_ms = ms_or_nan(has_pcrs, intervals.min);
+  r.pcr_max_ms = ms_or_nan(has_pcrs, intervals.max);
+  r.pcr_avg_ms = ms_or_nan(has_pcrs, intervals.sum) / static_cast<double>(intervals.count);
+  copy_delays(rec.pts_delay, r.pts_delay_ms);
+  copy_delays(rec.dts_delay, r.dts_delay_ms);
+  const bool is_exact = rec.clock && rec.clock->constant_blocks != 0;
+  r.accuracy_ns[0] = is_exact ? rec.clock->least_ns : NAN;
+  r.accuracy_ns[1] = is_exact ? rec.clock->greatest_ns : NAN;
+  r.longest_gap_ms = rec.presence.is_on && a.clock.runs ? rec.presence.longest * 1000 : NAN;
+  return r;
+}
+
 } // namespace
 
 int audit_get_report(audit_t audit, audit_report *report) {
@@ -114,30 +207,18 @@ int audit_get_stream(audit_t audit, size_t program, size_t index, audit_stream *
 }
 
 int audit_get_pid(audit_t audit, size_t index, audit_pid *to) {
-  const audit_ctx &a = *audit;
+  audit_ctx &a = *audit;
   uint32_t pid = 0;
   for (; pid < TS_PIDS; ++pid)
     if (a.pids[pid].packets != 0 && index-- == 0)
       break;
   if (pid == TS_PIDS)
     return EINVAL;
-  const pid_state &p = a.pids[pid];
-  const pid_record &rec = a.records[pid];
-  audit_pid r = {};
-  r.pid = static_cast<uint16_t>(pid);
-  r.packets = p.packets;
-  r.scrambled = rec.scrambled;
-  r.tei = rec.tei;
-  r.duplicates = rec.duplicates;
-  r.lost = rec.lost;
-  r.pcrs = rec.pcrs;
-  r.over_40ms = rec.intervals.over_40ms;
-  r.share = static_cast<double>(p.packets) / static_cast<double>(a.packet);
-  r.bitrate = r.share * bitrate_of(a);
-  r.pcr_max_ms = rec.intervals.count != 0 ? static_cast<double>(rec.intervals.max) / 27e3 : NAN;
-  return hand_out(to, r);
+  return hand_out(to, pid_row(a, static_cast<uint16_t>(pid)));
 }
 
-int audit_get_indicator(audit_t, size_t, audit_indicator *) {
-  return EINVAL;
+int audit_get_indicator(audit_t audit, size_t index, audit_indicator *to) {
+  if (index >= indicator_count(*audit))
+    return EINVAL;
+  return hand_out(to, indicator_record(*audit, index));
 }

@@ -5,6 +5,7 @@
 #include "audit/findings.h"
 #include "audit/listing.h"
 #include "audit/recurrence.h"
+#include "audit/samples.h"
 
 namespace {
 
@@ -179,6 +180,8 @@ void judge_waiting_stamps(audit_ctx &a, clock_record &clock, const pcr_track &be
       const double dts_ms = delay_ms(s.dts, s.packet, before, step);
       measure(a.records[s.pid].pts_delay, pts_ms);
       measure(a.records[s.pid].dts_delay, dts_ms);
+      hand_sample(a, AUDIT_PTS_DELAY, s.pid, s.time, pts_ms);
+      hand_sample(a, AUDIT_DTS_DELAY, s.pid, s.time, dts_ms);
       judge_delay(a, s, dts_ms);
       judge_delay_step(a, s, dts_ms);
     }
