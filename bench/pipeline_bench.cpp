@@ -50,8 +50,7 @@ void run(benchmark::State &state, const ts_stream &stream, const bench_settings 
   const tsan_config cfg = make_settings(set);
   tsan_t ctx = tsan_init(nullptr, &cfg, nullptr);
   for (auto _ : state)
-    for (size_t at = 0; at < bytes.size(); at += 188)
-      tsan_process(ctx, &bytes[at]);
+    tsan_process_many(ctx, bytes.data(), stream.packets.size(), sizeof(ts_packet));
   state.SetItemsProcessed(static_cast<int64_t>(state.iterations() * stream.packets.size()));
   tsan_free(ctx);
   log_default(g_log, nullptr);

@@ -22,17 +22,14 @@ enum : size_t {
   LOOK = 256 << 10,
 };
 
+const auto page_size = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+
 uint64_t align_down(uint64_t value, size_t step) {
   return value / step * step;
 }
 
 uint64_t align_up(uint64_t value, size_t step) {
   return align_down(value + step - 1, step);
-}
-
-size_t page_size() {
-  static const auto size = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-  return size;
 }
 
 // 0 when it is not known, or the file is not one to be mapped.
@@ -43,7 +40,7 @@ uint64_t size_of(int fd) {
 
 // Has each page read now: what fails, fails here.
 void touch(const uint8_t *bytes, size_t size) {
-  for (size_t at = 0; at < size; at += page_size())
+  for (size_t at = 0; at < size; at += page_size)
     static_cast<void>(*static_cast<const volatile uint8_t *>(bytes + at));
   if (size != 0)
     static_cast<void>(*static_cast<const volatile uint8_t *>(bytes + size - 1));
@@ -71,7 +68,7 @@ bool mapped_window::move(uint64_t from, size_t least) {
   const uint64_t size = size_of(fd);
   if (size < from + least || (!space && !reserve()))
     return false;
-  begin = align_down(from, page_size());
+  begin = align_down(from, page_size);
   end = std::min(align_up(begin, LARGE_PAGE) + WINDOW, size);
   const auto address = reinterpret_cast<uintptr_t>(space);
   uint8_t *at = space + (align_up(address, LARGE_PAGE) - address) + begin % LARGE_PAGE;
@@ -79,7 +76,7 @@ bool mapped_window::move(uint64_t from, size_t least) {
       MAP_FAILED)
     return false;
   madvise(at, end - begin, MADV_SEQUENTIAL);
-  bus_guard_watch(at, align_up(end - begin, page_size()));
+  bus_guard_watch(at, align_up(end - begin, page_size));
   bytes = at;
   return true;
 }

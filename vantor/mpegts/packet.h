@@ -16,15 +16,21 @@ using pkt_bytes = std::span<const uint8_t>;
 // behind them. It is handed on by value, so that those are read once.
 struct ts_pkt {
   uint32_t header;
-  uint8_t adaptation_length; // if ts_adaptation_flag()
+  uint8_t adaptation_length; // 0 without ts_adaptation_flag()
   const uint8_t *bytes;      // all 188
 };
+
+enum : uint32_t { ADAPTATION_FLAG = 0x20 };
 
 inline ts_pkt ts_read(const uint8_t *bytes) {
   uint32_t header =
       uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3];
-  uint8_t length = bytes[4];
-  asm("" : "+r"(header), "+r"(length)); // keeps the compiler from reading them again
+  asm("" : "+r"(header)); // keeps the compiler from reading it again, as below
+  uint8_t length = 0;
+  if (header & ADAPTATION_FLAG) { // else the byte can lie in a cache line that is not needed
+    length = bytes[4];
+    asm("" : "+r"(length));
+  }
   return {header, length, bytes};
 }
 
@@ -41,7 +47,7 @@ inline bool ts_unit_start(ts_pkt pkt) {
 }
 
 inline bool ts_adaptation_flag(ts_pkt pkt) {
-  return pkt.header & 0x20;
+  return pkt.header & ADAPTATION_FLAG;
 }
 
 inline bool ts_payload_flag(ts_pkt pkt) {

@@ -1,34 +1,12 @@
 #include "tsanalyze/analyze.h"
 
 #include "log/statement.h"
-#include "mpegts/packet.h"
-#include "tsanalyze/cc.h"
 #include "tsanalyze/deliver.h"
 #include "tsanalyze/tstamp.h"
 
 LOG_MODULE(0);
 
 namespace {
-
-// Counts the packet for its stream, its program and its kind of stream: as processed and as
-// analyzed, since no packet of a stream is one without the other.
-void inc_pkt_stat(program_info *pg, stream_info *stm) {
-  sa_stats &stat = pg->stat;
-  ++stm->pcount;
-  ++stm->acount;
-  ++stat.pcount;
-  ++stat.acount;
-  if (stm->stype == 'V') {
-    ++stat.v_pcount;
-    ++stat.v_acount;
-  } else if (stm->stype == 'A') {
-    ++stat.a_pcount;
-    ++stat.a_acount;
-  } else if (stm->stype == 'S') {
-    ++stat.s_pcount;
-    ++stat.s_acount;
-  }
-}
 
 // New stamps of an audio stream, held against the PCR and against the reference stream. A stamp
 // stays new until it has been held against the latter.
@@ -56,26 +34,16 @@ void check_audio_stamps(tsan_ctx *tc, stream_info *stm) {
 
 } // namespace
 
-int analyze_pkt(tsan_ctx *tc, ts_pkt pkt) {
-  program_info *pg = prog(tc);
+void begin_program(tsan_ctx *tc) {
+  tc->pre_skipped = tc->ptotal - 1;
+  LOG(g_log, INFO_level, "%s: %lu skipped before analysis\n", "analyze_pkt", tc->pre_skipped);
+}
+
+void check_new_stamps(tsan_ctx *tc, ts_pkt pkt) {
   stream_info *stm = tc->dat->stream;
-
-  if (pg->stat.acount == 0) {
-    tc->pre_skipped = tc->ptotal - 1;
-    LOG(g_log, INFO_level, "%s: %lu skipped before analysis\n", __func__, tc->pre_skipped);
-  }
-  ++tc->atotal;
-  inc_pkt_stat(pg, stm);
-  if (!tc->cfg.is_enabled)
-    return 0;
-
-  if (tc->cfg.cc_track && ts_payload_flag(pkt))
-    cc_track(tc, ts_pid(pkt), ts_cc(pkt));
-  if (stm->stype == 'A' && (stm->pts_updated || stm->dts_updated) && ts_pid(pkt) != pg->pcr_pid &&
-      !ts_get_payload(pkt).empty()) {
-    if (measures_all(tc)) [[unlikely]]
-      measure_stamps(tc, stm);
-    check_audio_stamps(tc, stm);
-  }
-  return 0;
+  if (ts_pid(pkt) == prog(tc)->pcr_pid || ts_get_payload(pkt).empty())
+    return;
+  if (measures_all(tc)) [[unlikely]]
+    measure_stamps(tc, stm);
+  check_audio_stamps(tc, stm);
 }

@@ -1,12 +1,10 @@
 #include "tsanalyze/cc.h"
 
 #include "log/statement.h"
-#include "tassert/tassert.h"
 #include "tsanalyze/alert.h"
 #include "tsanalyze/clock.h"
 #include "tsanalyze/deliver.h"
 #include "tsanalyze/ptag.h"
-#include "tsanalyze/streams.h"
 #include "tsanalyze/tdiff.h"
 
 LOG_MODULE(0);
@@ -80,9 +78,12 @@ void alert_cc_mlr(tsan_ctx *tc) {
   ++tc->gac.cc_mlr;
 }
 
+} // namespace
+
 // A counter that restarts at 0 long enough after it last did so is a reset; everything else out of
 // order, a repeated counter included, is a break.
-void report_gap(tsan_ctx *tc, cc_info *state, uint32_t pid, int32_t cc) {
+void report_gap(tsan_ctx *tc, stream_info *stm, uint32_t pid, int32_t cc) {
+  cc_info *state = &stm->cc;
   const long reset_ms = tc->cfg.cc_max_ms0_ms;
   bool is_reset = false;
   int64_t elapsed_ms = 0;
@@ -101,24 +102,9 @@ void report_gap(tsan_ctx *tc, cc_info *state, uint32_t pid, int32_t cc) {
     alert_cc_break(tc, pid, state->value, cc);
 }
 
-} // namespace
-
-void cc_track(tsan_ctx *tc, uint32_t pid, uint32_t cc) {
-  const ssize_t i = tc->dat->istm;
-  TASSERT(i >= 0 && i < (ssize_t)prog(tc)->nstreams);
-  cc_info *state = &tc->dat->stream->cc;
-  const auto current = static_cast<int32_t>(cc);
-
-  if (state->value != -1) {
-    if (current == ((state->value + 1) & 15))
-      tc->last_cca.nmlr = -1;
-    else
-      report_gap(tc, state, pid, current);
-  }
-  state->value = current;
-  if (tc->cfg.trk.cc_track)
-    LOG(g_log, INFO_level, "%s: [%s] CC=%d pid=%u at %s\n", __func__, tc->cfg.source, current, pid,
-        ptag(tc));
+void trace_counter(tsan_ctx *tc, uint32_t pid, int32_t cc) {
+  LOG(g_log, INFO_level, "%s: [%s] CC=%d pid=%u at %s\n", "cc_track", tc->cfg.source, cc, pid,
+      ptag(tc));
 }
 
 void tsan_next_seg(tsan_t ctx) {

@@ -78,16 +78,17 @@ void handle_pes(tsan_ctx *tc, ts_pkt pkt) {
     update_pts_dts(tc, payload, tc->dat->stream);
 }
 
+} // namespace
+
 // Only a PID that the program's PMT lists as a stream can bring its PCR.
-void handle_stream(tsan_ctx *tc, ts_pkt pkt) {
+void take_clocks(tsan_ctx *tc, ts_pkt pkt) {
   if (pkt_has_pcr(tc, pkt))
     handle_pcr(tc, pkt);
   if (ts_unit_start(pkt) && ts_payload_flag(pkt))
     handle_pes(tc, pkt);
 }
 
-// Packets of no stream, and the SDT.
-void handle_other(tsan_ctx *tc, ts_pkt pkt) {
+void take_other(tsan_ctx *tc, ts_pkt pkt) {
   const uint32_t pid = ts_pid(pkt);
   if (pid == PID_SDT) {
     if (tc->cfg.trk.sdt_ignore)
@@ -100,15 +101,4 @@ void handle_other(tsan_ctx *tc, ts_pkt pkt) {
     LOG(g_log, INFO_level, "%s: [%s] ignoring pid=%u %s\n", "upsert_pkt_info", tc->cfg.source, pid,
         ptag(tc));
   }
-}
-
-} // namespace
-
-ssize_t upsert_pkt_info(tsan_ctx *tc, ts_pkt pkt) {
-  const ssize_t istm = tc->dat->istm;
-  if (istm >= 0 && ts_pid(pkt) != PID_SDT)
-    handle_stream(tc, pkt);
-  else
-    handle_other(tc, pkt);
-  return istm;
 }

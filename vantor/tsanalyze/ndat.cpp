@@ -11,7 +11,7 @@ namespace {
 
 uint64_t current_pcount(tsan_ctx *tc) {
   const program_info *pg = current_pg(tc);
-  return pg ? pg->stat.pcount : 0;
+  return pg ? pg->stat.count : 0;
 }
 
 // The alert counts on the program whose packet is at hand, not on the one that owns the track.
@@ -42,7 +42,7 @@ void check_pcount(tsan_ctx *tc, bool final) {
   for (size_t i = 0; i < tc->nprogs; ++i) {
     for (size_t j = 0; j < tc->pg[i].nstreams; ++j) {
       ++total;
-      if (tc->pg[i].stm[j].pcount == 0) {
+      if (tc->pg[i].stm[j].count == 0) {
         alert_ndat_pcount(tc, i, j, tc->pg[i].stm[j].pid);
         ++silent;
       }

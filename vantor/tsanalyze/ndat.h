@@ -11,4 +11,4 @@ void reset_ndat_pcount(tsan_ctx *tc);
 
 // Reports every silent track, once the deadline is reached or when `final`; armed again for as long
 // as there is one.
-void check_pcount(tsan_ctx *tc, bool final);
+[[gnu::noinline]] void check_pcount(tsan_ctx *tc, bool final);

@@ -31,8 +31,7 @@ struct stream_info {
   uint8_t scode;    // stream_type in the PMT
   bool pts_updated; // a new PTS waits to be checked
   bool dts_updated;
-  uint64_t pcount; // packets processed
-  uint64_t acount; // packets analyzed
+  uint64_t count; // packets, each processed and analyzed
   cc_info cc;
   uint64_t last_pts; // 90 kHz ticks, 0 = none yet
   uint64_t pts_pktnum;
@@ -40,12 +39,10 @@ struct stream_info {
   uint64_t dts_pktnum;
 };
 
-// Packets processed and analyzed, in all and by kind of stream.
+// Packets of a program's streams, each processed and analyzed, in all and by kind of stream.
 struct sa_stats {
-  uint64_t pcount, acount;
-  uint64_t v_pcount, v_acount;
-  uint64_t a_pcount, a_acount;
-  uint64_t s_pcount, s_acount;
+  uint64_t count;
+  uint64_t video, audio, other;
 };
 
 // Alerts of a program.

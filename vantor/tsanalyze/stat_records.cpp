@@ -25,7 +25,7 @@ void log_pmt_stats(tsan_ctx *tc, size_t i) {
   for (size_t j = 0; j < pg.nstreams; ++j) {
     const stream_info &stm = pg.stm[j];
     LOG(g_access_log, MIN_level, "STAT PMTi %s %zu %u %c %lu %lu [%s]\n", tc->cfg.source, i,
-        stm.pid, stm.stype, stm.pcount, stm.acount, get_streamtype_txt(stm.scode));
+        stm.pid, stm.stype, stm.count, stm.count, get_streamtype_txt(stm.scode));
   }
 }
 
@@ -34,8 +34,8 @@ void log_prg_stats(tsan_ctx *tc, size_t i) {
   const sa_stats &stat = tc->pg[i].stat;
   const program_info *current = current_pg(tc);
   LOG(g_access_log, MIN_level, "STAT PRG %s %u %lu %lu %lu %lu %lu %lu %lu %lu\n", tc->cfg.source,
-      current ? current->pcr_pid : 0u, stat.pcount, stat.acount, stat.v_pcount, stat.v_acount,
-      stat.a_pcount, stat.a_acount, stat.s_pcount, stat.s_acount);
+      current ? current->pcr_pid : 0u, stat.count, stat.count, stat.video, stat.video, stat.audio,
+      stat.audio, stat.other, stat.other);
 }
 
 void log_aval_stats(const char *label, const char *source, int32_t a, int32_t b,

@@ -11,18 +11,16 @@ void dump_tracks(FILE *out, const program_info &pg, size_t i) {
   for (size_t j = 0; j < pg.nstreams; ++j) {
     const stream_info &stm = pg.stm[j];
     fprintf(out, "\t\t[%zu:%zu] %c(pid%u) [%s]: P/A: %lu/%lu\n", i, j, stm.stype, stm.pid,
-            streamtype_name(stm.scode), stm.pcount, stm.acount);
+            streamtype_name(stm.scode), stm.count, stm.count);
   }
   fprintf(out, "\n");
 }
 
 void dump_packets(FILE *out, const sa_stats &stat) {
   fprintf(out, "\t++ Packets:\n");
-  fprintf(out, "\t\tprocessed/analyzed:    %lu/%lu\n", stat.pcount, stat.acount);
-  fprintf(out, "\t\tprocessed V/A/S:       %lu/%lu/%lu\n", stat.v_pcount, stat.a_pcount,
-          stat.s_pcount);
-  fprintf(out, "\t\tanalyzed  V/A/S:       %lu/%lu/%lu\n", stat.v_acount, stat.a_acount,
-          stat.s_acount);
+  fprintf(out, "\t\tprocessed/analyzed:    %lu/%lu\n", stat.count, stat.count);
+  fprintf(out, "\t\tprocessed V/A/S:       %lu/%lu/%lu\n", stat.video, stat.audio, stat.other);
+  fprintf(out, "\t\tanalyzed  V/A/S:       %lu/%lu/%lu\n", stat.video, stat.audio, stat.other);
   fprintf(out, "\n");
 }
 

@@ -27,17 +27,18 @@ enum { IDLE = -16, OUT_OF_SYNC = -1 };
 // Seconds.
 enum : time_t { IDLE_NOTICE_PAUSE = 10, LOSTSYNC_WINDOW = 2 };
 
-// Packets whose first bytes are fetched from memory before they are needed.
-enum : size_t { PREFETCH_AHEAD = 32 };
+// How many packets ahead the first bytes of one are fetched from memory, and then from the second
+// cache into the first. Measured: in one step, it takes a fifth longer.
+enum : size_t { FETCH_FAR = 128, FETCH_NEAR = 16 };
 
 const volatile sig_atomic_t never = 0;
 
 // Cases of lost sync in one window that are put up with.
 enum : size_t { LOSTSYNC_MAX = 9 };
 
-// Ends a run in which nothing could be analyzed for too long.
-int check_idle(tsan_ctx *tc) {
-  if (tc->atotal != 0 || tc->last_pkt_idx < tc->cfg.max_skip_pkts)
+// Ends a run in which nothing could be analyzed so far, and that for too long.
+[[gnu::noinline]] int check_idle(tsan_ctx *tc) {
+  if (tc->last_pkt_idx < tc->cfg.max_skip_pkts)
     return 0;
   const time_t now = wall_seconds();
   if (now - tc->idle_notice_tm > IDLE_NOTICE_PAUSE) {
@@ -51,18 +52,17 @@ int check_idle(tsan_ctx *tc) {
 
 void begin_packet(tsan_ctx *tc, ts_pkt pkt) {
   setup_dat(tc, ts_pid(pkt));
-  if (tc->ptotal == 0)
+  if (tc->ptotal == 0) [[unlikely]]
     set_now(&tc->start_tm);
   ++tc->last_pkt_idx;
   ++tc->ptotal;
 }
 
-int process_in_sync(tsan_ctx *tc, ts_pkt pkt) {
+[[gnu::always_inline]] inline int process_in_sync(tsan_ctx *tc, ts_pkt pkt) {
   if (upsert_pkt_info(tc, pkt) < 0)
-    return check_idle(tc);
-  if (analyze_pkt(tc, pkt) != 0)
-    return -1;
-  if (tc->ndat_pcount != 0)
+    return tc->atotal != 0 ? 0 : check_idle(tc);
+  analyze_pkt(tc, pkt);
+  if (tc->ndat_pcount != 0) [[unlikely]]
     check_pcount(tc, false);
   return 0;
 }
@@ -122,9 +122,11 @@ int tsan_process(tsan_t ctx, const uint8_t *bytes) {
   return process_in_sync(ctx, pkt);
 }
 
-tsan_many tsan_process_many(tsan_t ctx, const uint8_t *bytes, size_t count, size_t stride) {
+[[gnu::noinline]] tsan_many tsan_process_many(tsan_t ctx, const uint8_t *bytes, size_t count,
+                                              size_t stride) {
   for (size_t i = 0; i < count; ++i, bytes += stride) {
-    __builtin_prefetch(bytes + PREFETCH_AHEAD * stride);
+    __builtin_prefetch(bytes + FETCH_FAR * stride, 0, 2);
+    __builtin_prefetch(bytes + FETCH_NEAR * stride);
     const ts_pkt pkt = ts_read(bytes);
     if (*ctx->stop != 0)
       return {i, 0};
