@@ -5,6 +5,7 @@ set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME program)
 
 install(TARGETS korva RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(PROGRAMS tools/korva-archive DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(DIRECTORY tools/archive DESTINATION ${CMAKE_INSTALL_DATADIR}/korva PATTERN __pycache__ EXCLUDE)
 install(FILES docs/korva.1 docs/korva-archive.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
 install(FILES docs/alerts.md docs/korva.schema.json DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES docs/korva.conf DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)

@@ -1,0 +1,214 @@
+"""The command line of korva-archive: see korva-archive(1)."""
+
+import argparse
+import fcntl
+import json
+import os
+import re
+import shutil
+import signal
+import sys
+import time
+
+import judge
+import rows as all_rows
+import run
+import sources
+import table
+from text import shown
+
+PATTERNS = ["*.ts", "*.mpg", "*.mpegts", "*.trp"]
+PATH_OPTIONS = ("-C", "--config")
+OWN_OUTPUTS = ("--json", "--report")
+USAGE = """%(prog)s [options] DIR|CAPTURE ... [-- korva options]
+       %(prog)s diff OLD NEW"""
+
+
+def parser_of():
+    parser = argparse.ArgumentParser(
+        prog="korva-archive", usage=USAGE, allow_abbrev=False,
+        description="Runs korva over every capture and tells which are not clean, worst first.")
+    parser.add_argument("sources", nargs="*", metavar="DIR|CAPTURE",
+                        help="directory to search, or a capture; '-' is a list")
+    parser.add_argument("--list", dest="lists", action="append", default=[], metavar="FILE",
+                        help="file with a path per line or NUL ('-': standard input); can be repeated")
+    parser.add_argument("-o", "--output", default="korva-archive.out", metavar="DIR",
+                        help="directory of the results (%(default)s)")
+    parser.add_argument("--all", action="store_true", help="show clean captures too")
+    parser.add_argument("--report", action="store_true", help="a page for each capture, and index.html")
+    parser.add_argument("--openmetrics", metavar="FILE", help="numbers for a node exporter's text directory")
+    parser.add_argument("--exit-alerts", metavar="KINDS",
+                        help="status 3 when a capture is not clean (has alerts of these kinds)")
+    parser.add_argument("--audit", metavar="PROFILE", help="have korva judge by the standards")
+    parser.add_argument("-j", "--jobs", help="captures checked at a time on each host (default: its cores)")
+    parser.add_argument("--sshlogin", dest="logins", action="append", default=[], metavar="HOST",
+                        help="run on this host, as with parallel(1); ':' is this one; can be repeated")
+    parser.add_argument("--pattern", dest="patterns", action="append", metavar="GLOB",
+                        help=f"names to search for, in any case ({' '.join(PATTERNS)}); can be repeated")
+    parser.add_argument("--korva", default="korva", metavar="PROGRAM", help="the program to run")
+    parser.add_argument("--resume", action="store_true",
+                        help="go on with an earlier run; check what is new or has changed")
+    return parser
+
+
+def with_whole_paths(words):
+    """Options of korva, which runs elsewhere."""
+    words = list(words)
+    for at, word in enumerate(words):
+        if word in PATH_OPTIONS and at + 1 < len(words):
+            words[at + 1] = os.path.abspath(words[at + 1])
+        elif match := re.fullmatch(r"(-C|--config=)(.+)", word, re.DOTALL):
+            words[at] = match[1] + os.path.abspath(match[2])
+        elif word.partition("=")[0] in OWN_OUTPUTS:
+            sys.exit(f"korva-archive: {shown(word)} is one file for all captures; "
+                     "--report makes a page for each, findings.jsonl has the records")
+    return words
+
+
+def parse_command_line(args):
+    at = args.index("--") if "--" in args else len(args)
+    # The value of these is optional and stands behind "=".
+    own = [word + "=" if word in ("--exit-alerts", "--audit") else word for word in args[:at]]
+    parser = parser_of()
+    options = parser.parse_intermixed_args(own)
+    options.lists += ["-" for source in options.sources if source == "-"]
+    options.sources = [source for source in options.sources if source != "-"]
+    if not options.sources and not options.lists and not options.resume:
+        parser.error("no directory, capture or list is named")
+    options.output = sources.plain(options.output)
+    options.patterns = options.patterns or PATTERNS
+    if "/" in options.korva:
+        options.korva = os.path.abspath(options.korva)
+    audit = [] if options.audit is None else ["--audit" + (options.audit and f"={options.audit}")]
+    options.korva_options = audit + with_whole_paths(args[at + 1:])
+    return options
+
+
+def hold_standard_streams():
+    """A file that is opened later must not take the place of one that is closed."""
+    while (fd := os.open(os.devnull, os.O_RDWR)) <= 2:
+        os.set_inheritable(fd, True)
+    os.close(fd)
+    for name, fd in (("stdout", 1), ("stderr", 2)):
+        if getattr(sys, name) is None:
+            setattr(sys, name, open(fd, "w"))
+        getattr(sys, name).reconfigure(errors="backslashreplace")
+
+
+def read(path):
+    with open(path, "rb") as file:
+        return file.read()
+
+
+def lock(output):
+    """Held until the last job of this run has ended, even if this program is killed before."""
+    fd = os.open(f"{output}/lock", os.O_RDWR | os.O_CREAT, 0o666)
+    try:
+        fcntl.flock(fd, fcntl.LOCK_EX | fcntl.LOCK_NB)
+    except BlockingIOError:
+        sys.exit(f"korva-archive: a run is still at work in {shown(output)}")
+    return fd
+
+
+def prepare(options):
+    """Returns captures, troubles and the lock; leaves list and options in the output directory."""
+    kept = f"{options.output}/options"
+    os.makedirs(options.output, exist_ok=True)
+    lock_fd = lock(options.output)
+    earlier = all_rows.captures_in(options.output)
+    if earlier and not options.resume:
+        sys.exit(f"korva-archive: {shown(options.output)} holds a run: go on with --resume, or choose another -o")
+    settings = {"korva": [options.korva, *options.korva_options], "report": options.report}
+    before = json.loads(read(kept)) if earlier else settings
+    if any(before[name] != value for name, value in settings.items()):
+        sys.exit(f"korva-archive: the run in {shown(options.output)} has other options for korva")
+    captures, troubles = sources.find(options, earlier)
+    settings["run"] = f"{time.time_ns()}"
+    table.write_whole(kept, [json.dumps(settings).encode()])
+    write_list(options, captures)
+    return captures, troubles, lock_fd
+
+
+def write_list(options, captures):
+    table.write_whole(f"{options.output}/list", (os.fsencode(capture) + b"\0" for capture in captures))
+
+
+def check_captures(options, captures, lock_fd):
+    """Rows of all captures, and what of them is known since when; None when stopped."""
+    known = all_rows.Known()
+    for capture in captures:
+        known.add(options.output, capture, options.resume)
+    rows = run.run(options, known.sizes, lock_fd) if known.sizes else {}
+    if rows is None:
+        return None
+    for capture in known.sizes:
+        known.rows[capture] = rows.get(capture) or judge.empty_row(capture, "not checked", "no host could do it")
+    for capture, row in known.rows.items():
+        row["since"] = known.since.get(capture, "")
+    write_list(options, [capture for capture in captures if known.rows[capture]["result"] != "gone"])
+    return known
+
+
+def write_outputs(options, rows, checked_bytes, seconds):
+    summary = all_rows.summary(rows, checked_bytes, seconds)
+    table.write_csv(f"{options.output}/table.csv", rows, table.is_audit(options))
+    table.write_whole(f"{options.output}/findings.jsonl", table.findings_lines(options.output, rows))
+    if options.report:
+        import page
+        page.write_page(options, rows, summary, seconds)
+    if options.openmetrics:
+        import metrics
+        metrics.write_metrics(options.openmetrics, rows, checked_bytes, seconds)
+    return summary
+
+
+def print_table(options, rows, known):
+    listed = [row for row in rows
+              if options.all or not all_rows.is_clean(row) or row["since"] in ("grown", "changed")]
+    if listed:
+        print("\n".join(table.table_lines(listed)))
+    if options.resume:
+        since = list(known.since.values())
+        counts = ", ".join(f"{since.count(what)} {what}" for what in all_rows.SINCE)
+        print(f"{len(known.rows) - len(known.sizes) - since.count('gone')} as checked before, {counts}")
+
+
+def status_of(options, rows):
+    if options.exit_alerts is not None:
+        kinds = set(filter(None, options.exit_alerts.split(",")))
+        if any(kinds & row["kinds"].keys() if kinds else not all_rows.is_clean(row) for row in rows):
+            return 3
+    return 2 if any(row["result"] in judge.NOT_WHOLE for row in rows) else 0
+
+
+def archive(options):
+    begin = time.monotonic()
+    if not shutil.which("parallel"):
+        sys.exit("korva-archive: GNU Parallel is not installed")
+    if not options.logins and not shutil.which(options.korva):
+        sys.exit(f"korva-archive: cannot run {shown(options.korva)}")
+    captures, troubles, lock_fd = prepare(options)
+    if not captures and not troubles:
+        sys.exit("korva-archive: no captures")
+    known = check_captures(options, captures, lock_fd)
+    if known is None:
+        print("korva-archive: stopped; the same command with --resume goes on", file=sys.stderr)
+        return 130
+    rows = sorted([*known.rows.values(), *troubles.values()], key=all_rows.badness)
+    checked_bytes = all_rows.bytes_of(known.rows[capture] for capture in known.sizes)
+    seconds = time.monotonic() - begin
+    summary = write_outputs(options, rows, checked_bytes, seconds)
+    print_table(options, rows, known)
+    print(summary)
+    return status_of(options, rows)
+
+
+def main(args):
+    hold_standard_streams()
+    signal.signal(signal.SIGPIPE, signal.SIG_DFL)
+    if args[:1] == ["diff"]:
+        import diff
+        if len(args) != 3:
+            sys.exit("usage: korva-archive diff OLD NEW")
+        return diff.diff(*args[1:])
+    return archive(parse_command_line(args))

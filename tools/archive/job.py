@@ -1,0 +1,249 @@
+"""Runs korva on the captures of one batch, on whichever host: job.py BATCH, in the program folder.
+
+It keeps what each run says in files/PATH and writes its row on a line to standard output. It is
+copied into the folder of the results, where each host sees it, and needs nothing but Python.
+"""
+
+import json
+import os
+import resource
+import select
+import signal
+import stat
+import sys
+import time
+
+import folders
+import judge
+
+OUTPUT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+# Logs, records and page of a capture take 64 MiB at most: 15 from the front, 1 from the end of each.
+FRONT, END = 15 << 20, 1 << 20
+TAG = 63  # bytes that korva keeps of a source tag
+LOGS = ("korva.alerts", "korva.report", "korva.jsonl", "korva.html")
+RESULT = "korva.result"
+
+
+class Log:
+    """A file that keeps the front and the end of what is written to it."""
+
+    def __init__(self, name, folder_fd):
+        self.file = open(name, "wb", opener=folders.open_beside(folder_fd))
+        self.is_json = name.endswith(".jsonl")
+        self.room, self.end, self.cut = FRONT, bytearray(), 0
+
+    def write(self, data):
+        if self.room > 0 and len(data) <= self.room:
+            self.room -= len(data)
+            self.file.write(data)
+            return
+        if self.room > 0:  # up to the end of a line
+            front = data[:data.rfind(b"\n", 0, self.room) + 1]
+            self.file.write(front)
+            self.room, data = 0, data[len(front):]
+        self.end += data
+        if len(self.end) > 2 * END:
+            self.drop(len(self.end) - END)
+
+    def drop(self, size):
+        self.cut += size
+        del self.end[:size]
+
+    def close(self):
+        if len(self.end) > END:
+            self.drop(len(self.end) - END)
+        if self.cut:
+            self.drop(self.end.find(b"\n") + 1)
+            mark = '{"record":"cut","bytes":%d}\n' if self.is_json else "korva-archive: %d bytes left out here\n"
+            self.file.write((mark % self.cut).encode())
+        self.file.write(self.end)
+        self.file.close()
+
+
+def tag_of(path):
+    """The path, or what korva has room for of its end, on one line."""
+    tag = os.fsencode("".join(c if c.isprintable() or "\udc80" <= c <= "\udcff" else "?" for c in path))
+    if len(tag) <= TAG:
+        return tag
+    end = tag[3 - TAG:]
+    return b"..." + end[next((i for i in range(4) if end[i] & 0xc0 != 0x80), 0):]
+
+
+class Korva:
+    """A run of korva, each of its outputs through a pipe into a log."""
+
+    running = None
+
+    environment = dict(os.environb)
+
+    def __init__(self, options, path, folder_fd):
+        self.logs = {}
+        ends = []
+        for name in LOGS[:4 if options["report"] else 3]:
+            read_end, write_end = os.pipe()
+            self.logs[read_end] = Log(name, folder_fd)
+            ends.append(write_end)
+        for fd in ends[2:]:
+            os.set_inheritable(fd, True)
+        outputs = [f"{option}=/dev/fd/{fd}" for option, fd in zip(("--json", "--report"), ends[2:])]
+        program, *words = options["korva"]
+        try:
+            self.pid = os.posix_spawnp(
+                program, [program, "-a", "on", "-S", tag_of(path), *words, *outputs, "--", path.rpartition("/")[2]],
+                self.environment, setsigdef=[signal.SIGPIPE, signal.SIGXFSZ],  # which Python ignores
+                file_actions=[(os.POSIX_SPAWN_OPEN, 0, "/dev/null", os.O_RDONLY, 0),
+                              (os.POSIX_SPAWN_DUP2, ends[0], 1), (os.POSIX_SPAWN_DUP2, ends[1], 2)])
+        finally:
+            for fd in ends:
+                os.close(fd)
+        Korva.running = self
+
+    def keep_outputs(self):
+        pipes = select.poll()
+        for fd in self.logs:
+            pipes.register(fd, select.POLLIN)
+        left = len(self.logs)
+        while left:
+            for fd, _ in pipes.poll():
+                data = os.read(fd, 1 << 18)
+                if data:
+                    self.logs[fd].write(data)
+                else:
+                    pipes.unregister(fd)
+                    left -= 1
+
+    def wait(self):
+        """The exit status as a shell has it."""
+        try:
+            self.keep_outputs()
+            for log in self.logs.values():
+                log.close()
+        except OSError:
+            os.kill(self.pid, signal.SIGKILL)
+            raise
+        finally:
+            for fd in self.logs:
+                os.close(fd)
+            code = os.waitstatus_to_exitcode(os.waitpid(self.pid, 0)[1])
+            Korva.running = None
+        return code if code >= 0 else 128 - code
+
+    def cut(self):
+        return sum(log.cut for log in self.logs.values())
+
+
+def what_is(mode):
+    return "directory" if stat.S_ISDIR(mode) else "FIFO" if stat.S_ISFIFO(mode) else "device or socket"
+
+
+def check(options, path, folder_fd):
+    """The row of a capture, with all that korva says of it in that folder."""
+    capture_folder, _, name = path.rpartition("/")
+    try:
+        go_to(capture_folder or "/")
+    except OSError as error:
+        return judge.empty_row(path, "unreadable", error.strerror)
+    size, mtime = None, None
+    try:
+        found = os.stat(name)
+        if not stat.S_ISREG(found.st_mode):
+            return judge.empty_row(path, "skipped", f"{what_is(found.st_mode)}, no regular file")
+        size, mtime = found.st_size, found.st_mtime_ns
+    except OSError:
+        pass  # korva says why it cannot be opened
+    begin = time.monotonic()
+    run = Korva(options, path, folder_fd)
+    status = run.wait()
+    seconds = time.monotonic() - begin
+    row = judge.row_of(path, status, size or 0, folder_fd)
+    notes = [row["detail"], run.cut() and f"{run.cut() / 1e6:.1f} MB of logs left out",
+             mtime and is_changed(name, size, mtime) and "changed while it was checked"]
+    return {**row, "size": size, "mtime": mtime, "seconds": round(seconds, 3),
+            "detail": "; ".join(filter(None, notes))}
+
+
+def go_to(folder):
+    fd = folders.open_folder(folder)
+    try:
+        os.fchdir(fd)
+    finally:
+        os.close(fd)
+
+
+def is_changed(name, size, mtime):
+    try:
+        now = os.stat(name)
+    except OSError:
+        return True
+    return (now.st_size, now.st_mtime_ns) != (size, mtime)
+
+
+def forget(folder_fd):
+    for name in (RESULT, *LOGS):
+        try:
+            os.unlink(name, dir_fd=folder_fd)
+        except FileNotFoundError:
+            pass
+
+
+def row_in(folder_fd):
+    """The row that is kept there, or nothing."""
+    try:
+        with open(RESULT, "rb", opener=folders.open_beside(folder_fd)) as file:
+            return json.loads(file.read())
+    except (FileNotFoundError, ValueError):  # never begun, or killed before the line was whole
+        return {}
+
+
+def do_capture(options, path):
+    """Returns the row; it is kept last and makes the capture a checked one."""
+    row, folder_fd = None, None
+    try:
+        folder_fd = folders.open_folder(OUTPUT + "/files" + path, create=True)
+        earlier = row_in(folder_fd)
+        if earlier.get("run") == options["run"] and earlier["result"] != "not checked":
+            return earlier  # another host had got that far with this batch
+        forget(folder_fd)
+        try:
+            row = check(options, path, folder_fd)
+        except OSError as error:
+            cause = f"cannot run {options['korva'][0]}: " if error.filename == options["korva"][0] else ""
+            row = judge.empty_row(path, "not checked", cause + error.strerror)
+        row.update(run=options["run"], host=os.uname().nodename, detail=row["detail"][:300])
+        with open(RESULT, "w", opener=folders.open_beside(folder_fd)) as file:
+            file.write(json.dumps(row))
+    except OSError as error:
+        row = judge.empty_row(path, "not checked", f"no room for its results: {error.strerror}")
+    finally:
+        if folder_fd is not None:
+            os.close(folder_fd)
+    return row
+
+
+def stop(number, _):
+    if Korva.running:
+        os.kill(Korva.running.pid, signal.SIGKILL)
+    os._exit(128 + number)
+
+
+def main():
+    resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+    for number in judge.STOPPING:
+        signal.signal(number, stop)
+    with open(f"{OUTPUT}/options") as file:
+        options = json.load(file)
+    with open(f"{OUTPUT}/batches/{sys.argv[1]}") as file:
+        batch = json.load(file)
+    done = True
+    for path in batch:
+        row = do_capture(options, path)
+        done &= row["result"] != "not checked"
+        print(json.dumps(row), flush=True)
+    return 0 if done else 1
+
+
+if __name__ == "__main__":
+    try:
+        sys.exit(main())
+    except BrokenPipeError:  # nobody waits for the rows any more
+        os._exit(1)

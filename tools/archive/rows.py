@@ -1,0 +1,101 @@
+"""The rows of all captures: what is known from before, their order, and what they come to."""
+
+import json
+import os
+
+import folders
+import judge
+import job
+from text import size_text
+
+SINCE = ("new", "grown", "changed", "gone")  # as against the run that is gone on with
+
+
+def captures_in(output):
+    """Those of the run there; none when there is no run."""
+    try:
+        with open(f"{output}/list", "rb") as file:
+            return [os.fsdecode(name) for name in file.read().split(b"\0")[:-1]]
+    except FileNotFoundError:
+        return []
+
+
+def kept_row(output, capture):
+    """The row of an earlier run, or nothing."""
+    try:
+        with folders.open_below(f"{output}/files{capture}", job.RESULT) as file:
+            return json.loads(file.read())
+    except (OSError, ValueError):  # never checked, or killed in the middle
+        return None
+
+
+def since(row, size, mtime):
+    """What has become of a capture since it was checked."""
+    if row["size"] is None or (row["size"], row["mtime"]) == (size, mtime):
+        return ""
+    if size is None:
+        return "gone"
+    return "grown" if size > row["size"] else "changed"
+
+
+class Known:
+    """What an earlier run has said that still holds, and what is to be checked."""
+
+    def __init__(self):
+        self.rows, self.sizes, self.since = {}, {}, {}
+
+    def add(self, output, capture, is_resumed):
+        size, mtime = state_of(capture)
+        row = kept_row(output, capture) if is_resumed else None
+        became = since(row, size, mtime) if row else "new"
+        if became == "gone":
+            self.rows[capture] = judge.empty_row(capture, "gone", f"{size_text(row['size'])} when it was checked")
+        elif became or row["result"] in ("not checked", "unreadable", "failed"):
+            self.sizes[capture] = size or 0
+        else:
+            self.rows[capture] = row
+        if is_resumed and became:
+            self.since[capture] = became
+
+
+def state_of(capture):
+    try:
+        found = folders.status_of(capture)
+        return found.st_size, found.st_mtime_ns
+    except OSError:
+        return None, None
+
+
+def badness(row):
+    rank = judge.WORST.index(row["result"]) if row["result"] in judge.WORST else len(judge.WORST)
+    return rank, -row["alerts"], row["result"] == judge.CLEAN, row["file"]
+
+
+def is_clean(row):
+    return row["result"] == judge.CLEAN
+
+
+def is_checked(row):
+    return row["result"] not in judge.NOT_CHECKED
+
+
+def kinds_of(rows):
+    """All kinds that there are, most frequent first."""
+    counts = {}
+    for row in rows:
+        for kind, n in row["kinds"].items():
+            counts[kind] = counts.get(kind, 0) + n
+    return dict(sorted(counts.items(), key=lambda item: (-item[1], item[0])))
+
+
+def bytes_of(rows):
+    """Of what could be checked."""
+    return sum(row["size"] or 0 for row in rows if is_checked(row))
+
+
+def summary(rows, checked_bytes, seconds):
+    not_checked = sum(not is_checked(row) for row in rows)
+    not_clean = sum(not is_clean(row) for row in rows) - not_checked
+    captures = "1 capture" if len(rows) == 1 else f"{len(rows)} captures"
+    return (f"{captures}, {not_clean} not clean, {not_checked} not checked, "
+            f"{size_text(checked_bytes)} in {seconds:.1f} s")

@@ -1,0 +1,99 @@
+"""The table: as lines, as table.csv; and findings.jsonl."""
+
+import csv
+import json
+import os
+
+import folders
+import job
+import rows as all_rows
+from text import shown, time_text, what_text
+
+KINDS = ["CC-BRK", "CC-RST", "CC-MLR", "PCR-DELTA", "AV-DELTA0", "AV-DELTA+", "PCR-FREQ", "PAT-DIFF",
+         "PMT-DIFF", "PID-NDAT", "LOST-SYNC", "OUT-OF-SYNC", "IDLE"]
+AUDIT_KINDS = [
+    "SYNC-LOSS", "SYNC-BYTE", "TEI", "CC-LOSS", "CC-DUP", "CC-ORDER", "CC-AF", "PSI-CRC", "PSI-SYNTAX", "PSI-TABLE",
+    "PSI-SCRAMBLED", "PSI-VERSION", "PSI-GAP", "PCR-GAP", "PCR-JUMP", "PCR-ACCURACY", "PTS-GAP", "STAMP-LATE",
+    "STAMP-DELAY", "STAMP-ORDER", "STAMP-BACK", "STAMP-JUMP", "PID-GAP", "SCRAMBLED", "CAT-MISSING", "RATE-LOSS",
+    "AFC-RESERVED", "AF-SYNTAX", "STAMP-BASE", "PID-UNREFERENCED", "LEADING", "PAT-CHANGE", "PMT-CHANGE", "PID-ABSENT"]
+INDICATORS = ["1.1", "1.2", "1.3a", "1.4", "1.5a", "1.6", "2.1", "2.2", "2.3a", "2.3b", "2.4", "2.5", "2.6", "3.1a",
+              "3.4a", "3.5a", "3.6a", "3.8"]
+FOUND = tuple(b'{"record":"%s"' % what for what in (b"alert", b"finding", b"cut"))
+BEFORE = ["result", "status", "alerts"]
+AFTER = ["size", "duration", "bitrate", "seconds", "host", "since", "file", "detail"]
+WIDTH = 60  # of a path, before what follows is moved to the right
+
+
+def write_whole(path, lines):
+    """Replaces the file at once, so that a reader or a killed run has the old one or the new one."""
+    with open(f"{path}.new", "wb") as file:
+        file.writelines(lines)
+    os.replace(f"{path}.new", path)
+
+
+def cell(value):
+    """No cell begins a formula, or ends its line."""
+    if value is None:
+        return ""
+    text = shown(str(value))
+    return "'" + text if text[:1] in ("=", "+", "-", "@") else text
+
+
+def is_audit(options):
+    return any(word == "--audit" or word.startswith("--audit=") for word in options.korva_options)
+
+
+def csv_lines(rows, audit):
+    kinds = AUDIT_KINDS if audit else KINDS
+    kinds = kinds + sorted(set(all_rows.kinds_of(rows)) - set(kinds))
+    indicators = INDICATORS if audit else []
+    yield [*BEFORE, *kinds, *indicators, *AFTER]
+    for row in rows:
+        yield [cell(value) for value in (
+            *(row[name] for name in BEFORE), *(row["kinds"].get(kind, 0) for kind in kinds),
+            *(row["indicators"].get(name, "") for name in indicators), *(row[name] for name in AFTER))]
+
+
+class Lines(list):
+    """Takes what csv writes."""
+
+    def write(self, text):
+        self.append(text.encode())
+
+
+def write_csv(path, rows, audit):
+    lines = Lines()
+    csv.writer(lines).writerows(csv_lines(rows, audit))
+    write_whole(path, lines)
+
+
+def findings_of(output, row):
+    """Alerts and findings of a capture, and where its records were cut, as they stand in its records."""
+    try:
+        records = folders.open_below(f"{output}/files{row['file']}", job.LOGS[2])
+    except OSError:
+        return
+    with records:
+        for record in records:
+            if record.startswith(FOUND) and record.endswith(b"}\n"):
+                yield record
+
+
+def findings_lines(output, rows):
+    for row in rows:
+        file = b'{"file":' + json.dumps(row["file"]).encode() + b","
+        if row["kinds"]:
+            for record in findings_of(output, row):
+                yield file + record[1:]
+
+
+def table_lines(rows):
+    """Result, alerts, stream time, file, and what there is to say."""
+    cells = [("result", "alerts", "length", "file", "")]
+    for row in rows:
+        length = "-" if row["duration"] is None else time_text(row["duration"])
+        what = "; ".join(filter(None, [row["since"], what_text(row)]))
+        cells.append((row["result"], str(row["alerts"] or "-"), length, shown(row["file"]), shown(what)))
+    results, alerts, lengths, files = (max(map(len, column)) for column in list(zip(*cells))[:4])
+    for result, count, length, file, what in cells:
+        yield f"{result:{results}}  {count:>{alerts}}  {length:>{lengths}}  {file:{min(WIDTH, files)}}  {what}".rstrip()
