@@ -47,10 +47,52 @@ void write_report(engine &e, const std::regex &like) {
       fprintf(e.out, "%s\n", line.c_str());
 }
 
-// What a program that embeds the analyzer hears of an alert.
-void tell(void *out, const tsan_alert *alert) {
-  fprintf(static_cast<FILE *>(out), "%s packet=%lu count=%zu\n", tsan_alert_name(alert->kind),
-          alert->pkt_idx, alert->count);
+// What a program that embeds the analyzer hears: every field that is not 0.
+void tell_alert(void *out, const tsan_alert *alert) {
+  const tsan_alert &a = *alert;
+  const std::pair<const char *, uint64_t> fields[] = {
+      {"pid", a.pid},
+      {"packet", a.pkt_idx},
+      {"last_pcr", a.last_pcr},
+      {"dgram", a.dgram},
+      {"last", static_cast<uint64_t>(a.last_cc)},
+      {"current", static_cast<uint64_t>(a.current_cc)},
+      {"elapsed", static_cast<uint64_t>(a.elapsed_ms)},
+      {"count", a.count},
+      {"pts", a.is_pts},
+      {"stamp", a.stamp},
+      {"ref", a.ref_pid},
+      {"ref_stamp", a.ref_stamp},
+      {"pcr_pid", a.pcr_pid},
+      {"old_pcr", a.old_pcr},
+      {"pcr", a.pcr},
+      {"delta", a.delta_ms},
+      {"added", a.added},
+      {"deleted", a.deleted},
+      {"programs", a.programs},
+      {"old", a.old_tracks},
+      {"new", a.new_tracks},
+      {"track", a.track}};
+  fprintf(static_cast<FILE *>(out), "%s of %d", tsan_alert_name(a.kind), a.program);
+  for (const auto &[name, value] : fields)
+    if (value != 0)
+      fprintf(static_cast<FILE *>(out), " %s=%lu", name, value);
+  fprintf(static_cast<FILE *>(out), " at %s\n", a.ptag);
+}
+
+void tell_sample(void *out, const tsan_sample *s) {
+  static const char *const kinds[] = {"pcr_interval", "stamp_to_pcr", "audio_to_ref"};
+  fprintf(static_cast<FILE *>(out),
+          "%s of %d pid=%u pts=%d checked=%d packet=%lu pcr=%lu: %lu ms\n", kinds[s->kind],
+          s->program, s->pid, s->is_pts, s->is_checked, s->pkt_idx, s->last_pcr, s->ms);
+}
+
+// All that can be heard, or alerts alone.
+void listen(engine &e, const operation &op) {
+  const bool all = op.has("all");
+  const tsan_readout readout = {sizeof readout, e.out, tell_alert, all ? tell_sample : nullptr,
+                                all};
+  tsan_set_readout(e, &readout);
 }
 
 // Counters as after much that happened.
@@ -70,11 +112,7 @@ const std::map<std::string, action> calls = {
     {"unlist_pcr", [](engine &e, const operation &) { e->pg[0].pcr_idx = -1; }},
     {"start", [](engine &e, const operation &) { e.start(); }},
     {"wall", [](engine &, const operation &op) { test_seconds = op.number(); }},
-    {"listen",
-     [](engine &e, const operation &) {
-       const tsan_readout readout = {sizeof readout, e.out, tell, nullptr, false};
-       tsan_set_readout(e, &readout);
-     }},
+    {"listen", listen},
     {"next_seg", [](engine &e, const operation &) { tsan_next_seg(e); }},
     {"lost_sync", [](engine &e, const operation &) { e.rc = tsan_alert_lostsync(e); }},
     {"pidx", [](engine &e, const operation &op) { tsan_set_pidx(e, op.number<uint64_t>()); }},
