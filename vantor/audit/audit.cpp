@@ -94,8 +94,6 @@ void take(audit_ctx &a, ts_pkt pkt, uint64_t offset) {
   pid_state &p = a.pids[pid];
   if (p.packets++ == 0) [[unlikely]]
     a.seen_pids.push_back(static_cast<uint16_t>(pid));
-  const uint64_t previous = p.seen;
-  p.seen = a.packet;
   if (pkt.header & 0x800000) [[unlikely]]
     return take_damaged(a, pid);
   if (pid == PID_NULL)
@@ -118,7 +116,7 @@ void take(audit_ctx &a, ts_pkt pkt, uint64_t offset) {
     af.payload_at = TS_PKT_SIZE;
 
   counted_packet counted = {.pid = pid,
-                            .previous = previous,
+                            .previous = std::exchange(p.seen, a.packet),
                             .cc = static_cast<uint8_t>(ts_cc(pkt)),
                             .is_announced = af.is_announced,
                             .has_payload = has_payload};
@@ -194,6 +192,7 @@ audit_t audit_init(const audit_config *cfg) {
   try {
     auto audit = std::make_unique<audit_ctx>();
     audit->cfg = *cfg;
+    audit->skipped = audit->packet = cfg->first_packet > 1 ? cfg->first_packet - 1 : 0;
     start_tables(*audit);
     return audit.release();
   } catch (const std::bad_alloc &) {
@@ -233,7 +232,7 @@ int audit_packets(audit_t audit, const uint8_t *bytes, size_t count, size_t stri
 
 int audit_leading(audit_t audit, uint64_t bytes) {
   return guarded(audit, [&](audit_ctx &a) {
-    event e = {.kind = AUDIT_LEADING, .packet = 1, .offset = 0, .time = now(a)};
+    event e = {.kind = AUDIT_LEADING, .packet = 1, .offset = 0, .time = NAN};
     e.sum = bytes;
     raise(a, std::move(e));
   });
@@ -243,6 +242,7 @@ int audit_sync_byte(audit_t audit, uint64_t offset) {
   return guarded(audit, [&](audit_ctx &a) {
     a.offset = a.last_offset = offset;
     a.sync_fault = ++a.packet;
+    ++a.bad_sync_bytes;
     raise(a, event_here(a, AUDIT_SYNC_BYTE, -1));
     end_packet(a);
   });

@@ -161,7 +161,7 @@ typedef struct audit_finding {
 } audit_finding;
 
 typedef enum audit_sample_kind {
-  AUDIT_PCR_INTERVAL, /* from one PCR of a PCR_PID to the next, ms */
+  AUDIT_PCR_INTERVAL, /* from one PCR of a PID to its next, ms */
   AUDIT_PTS_DELAY,    /* PTS behind the program's clock, ms */
   AUDIT_DTS_DELAY,    /* DTS behind the program's clock, ms */
   AUDIT_BITRATE,      /* of a PID over a second or little more, bit/s */
@@ -181,7 +181,8 @@ typedef struct audit_config {
   size_t size; /* of this record */
   audit_profile profile;
   double limits[AUDIT_LIMITS];
-  void *opaque;                                                   /* handed to the callback */
+  uint64_t first_packet; /* number of the first packet that is handed in; 0 is taken for 1 */
+  void *opaque;          /* handed to the callback */
   void (*on_finding)(void *opaque, const audit_finding *finding); /* or null */
   void (*on_sample)(void *opaque, const audit_sample *sample);    /* or null */
 } audit_config;
@@ -285,7 +286,7 @@ typedef struct audit_pid {
   const uint16_t *program_numbers; /* that list it */
   size_t programs;
   uint64_t packets, scrambled, tei, duplicates, lost, pcrs, over_40ms;
-  double share;                              /* of all packets, 0 to 1 */
+  double share;                              /* of all packets that have a PID, 0 to 1 */
   double bitrate, bitrate_min, bitrate_max;  /* bit/s: of the whole, of whole seconds */
   double pcr_max_ms, pcr_min_ms, pcr_avg_ms; /* intervals of PCRs */
   double pts_delay_ms[3], dts_delay_ms[3];   /* least, average, greatest */

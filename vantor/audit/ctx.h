@@ -109,7 +109,7 @@ enum pid_flag : uint8_t {
 // What nearly every packet of a PID touches: one cache line.
 struct alignas(64) pid_state {
   uint64_t packets;
-  uint64_t seen;        // number of its last packet, of whatever kind
+  uint64_t seen;        // number of its last packet whose counter was looked at
   uint64_t last_packet; // its last one that counts for presence
   double last_ahead;
   uint64_t touched;                // count of knots + 1 when that was
@@ -150,6 +150,7 @@ struct waiting_stamps {
   uint64_t packet = 0, offset = 0;
   double time = 0;
   int64_t pts = 0, dts = 0; // 90 kHz
+  uint32_t run = 0;
   uint16_t pid = 0;
 };
 
@@ -206,6 +207,8 @@ struct pid_record {
 
   int64_t last_dts;  // 90 kHz
   double last_delay; // of DTS, ms
+  uint32_t run;      // of steps, between discontinuities
+  uint32_t last_delay_run;
   bool has_last_dts, has_last_delay;
   delay_stats pts_delay, dts_delay;
 
@@ -236,10 +239,10 @@ struct program {
   uint16_t number = 0, pmt_pid = 0, pcr_pid = 0;
   uint8_t version = 0;
   bool has_pmt = false;
-  bool stays = false, is_placed = false; // while a PAT is put in force
-  uint32_t place = 0;                    // in the PAT
-  uint32_t listings = 0;                 // index + 1
-  std::vector<uint8_t> section = {};     // the PMT in force
+  bool stays = false;                // while a PAT is put in force
+  uint32_t place = 0;                // in the PAT
+  uint32_t listings = 0;             // index + 1
+  std::vector<uint8_t> section = {}; // the PMT in force
   watch recurrence = {};
 };
 
@@ -285,9 +288,10 @@ struct indicator_state {
 struct audit_ctx {
   audit_config cfg = {};
   uint64_t packet = 0;       // number of the one at hand, 1-based
+  uint64_t skipped = 0;      // packets before the first one
   uint64_t offset = 0;       // of its sync byte
   uint64_t due = UINT64_MAX; // packet of the next knot without PCR
-  uint64_t sync_losses = 0;
+  uint64_t bad_sync_bytes = 0, sync_losses = 0;
   uint64_t sync_fault = 0; // number of the last packet before the last fault of sync
   uint64_t lost = 0;       // packets, by continuity counters
   uint64_t lost_bytes = 0;
@@ -303,12 +307,17 @@ struct audit_ctx {
   std::vector<clock_record *> clocks; // of the PIDs
   std::vector<uint16_t> handed_out;   // program_numbers of a record
   double second = 0; // time of the knot at which the current second of bitrates begins
-  double spread = 0;                  // packets, by which the rate varies at most
+  double spread = 0; // packets, by which the rate varies at most
   bool has_pts = false, has_bitrates = false;
   std::array<indicator_state, MAX_INDICATORS> indicators; // in the order of indicators.cpp
   audit_ending ending = AUDIT_COMPLETE;
   bool has_ended = false, out_of_memory = false;
 };
+
+// Packets so far.
+inline uint64_t packets_of(const audit_ctx &a) {
+  return a.packet - a.skipped;
+}
 
 inline double now(const audit_ctx &a) {
   return clock_time(a.clock, a.packet);

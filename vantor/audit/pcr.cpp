@@ -47,7 +47,7 @@ void judge_last_pcr(audit_ctx &a, uint32_t pid) {
   event e = event_here(a, AUDIT_PCR_GAP, static_cast<int32_t>(pid));
   e.to_end = true;
   if (rec.pcrs == 0) {
-    const bool is_long = a.clock.runs ? a.clock.now.t > STOPPED_S : a.packet > KNOT_PACKETS;
+    const bool is_long = a.clock.runs ? a.clock.now.t > STOPPED_S : packets_of(a) > KNOT_PACKETS;
     if (a.pids[pid].packets == 0 || !is_long)
       return;
     e.never = true;
@@ -71,12 +71,13 @@ taken_pcr take_pcr(audit_ctx &a, uint16_t pid, int64_t pcr, bool is_announced) {
   if (!rec.pcr_watch.is_on)
     start_watch(rec.pcr_watch, recurs::pcr, pid, AUDIT_NO_TABLE, true);
   rec.announced_pcrs += is_announced;
-  if (taken.step.is_interval && !is_announced && rec.is_pcr) {
+  if (taken.step.is_interval && !is_announced) {
     if (taken.step.d > 0 && taken.step.d <= MEASURED) {
       measure(rec.intervals, taken.step.d);
       hand_sample(a, AUDIT_PCR_INTERVAL, pid, now(a), static_cast<double>(taken.step.d) / 27e3);
     }
-    judge_interval(a, std::move(before), taken.step);
+    if (rec.is_pcr)
+      judge_interval(a, std::move(before), taken.step);
   }
   return taken;
 }
@@ -84,14 +85,13 @@ taken_pcr take_pcr(audit_ctx &a, uint16_t pid, int64_t pcr, bool is_announced) {
 void judge_by_pcr(audit_ctx &a, uint16_t pid, const taken_pcr &taken) {
   pid_record &rec = a.records[pid];
   touch(a, rec.pcr_watch);
+  if (rec.clock)
+    judge_waiting_stamps(a, *rec.clock, taken.before, taken.step,
+                         taken.is_announced || is_jump(taken.step));
   if (!rec.is_pcr)
     return;
-  clock_record *clock = clock_record_of(a, pid);
-  if (!clock)
-    return;
-  judge_waiting_stamps(a, *clock, taken.before, taken.step,
-                       taken.is_announced || is_jump(taken.step));
-  take_rate_interval(a, *clock, taken.step);
+  if (clock_record *clock = clock_record_of(a, pid))
+    take_rate_interval(a, *clock, taken.step);
 }
 
 void judge_last_pcrs(audit_ctx &a) {

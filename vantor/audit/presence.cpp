@@ -70,7 +70,7 @@ void judge_unreferenced(audit_ctx &a) {
 }
 
 void judge_missing_cat(audit_ctx &a) {
-  const bool is_long = a.clock.runs ? a.clock.now.t > SCRAMBLED_S : a.packet > KNOT_PACKETS;
+  const bool is_long = a.clock.runs ? a.clock.now.t > SCRAMBLED_S : packets_of(a) > KNOT_PACKETS;
   if (a.scrambled.packet == 0 || a.tables.cat_came || !is_long)
     return;
   event e = event_here(a, AUDIT_CAT_MISSING, a.scrambled.pid);

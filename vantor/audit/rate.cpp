@@ -95,10 +95,8 @@ void judge_accuracy(audit_ctx &a, clock_record &clock, intervals block, std::spa
     const double ns = (t[i] - mean_t - slope * (x[i] - mean_x)) * 1e9;
     clock.least_ns = std::min(clock.least_ns, ns);
     clock.greatest_ns = std::max(clock.greatest_ns, ns);
-    if (i == 0)
-      continue;
     worst = std::max(worst, std::abs(ns));
-    if (std::abs(ns) > std::abs(clock.worst_ns)) {
+    if (i != 0 && std::abs(ns) > std::abs(clock.worst_ns)) {
       clock.worst_ns = ns;
       clock.worst = block[i - 1];
     }

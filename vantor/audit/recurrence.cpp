@@ -103,7 +103,7 @@ void judge_last_table(audit_ctx &a, watch &w) {
     if (!is_too_long(gap * MS, limit))
       return;
     e.value = gap * MS;
-  } else if (w.came || w.table > AUDIT_PMT || (!is_ott && a.packet <= KNOT_PACKETS)) {
+  } else if (w.came || w.table > AUDIT_PMT || (!is_ott && packets_of(a) <= KNOT_PACKETS)) {
     return;
   }
   e.packet = a.packet;

@@ -36,7 +36,7 @@ size_t count_streams(const program &pg) {
 audit_verdict verdict_of(const audit_ctx &a) {
   if (a.ending == AUDIT_INTERRUPTED)
     return AUDIT_INCOMPLETE;
-  if (a.packet == 0)
+  if (packets_of(a) == 0)
     return AUDIT_NOTHING_CHECKED;
   if (a.out_of_memory)
     return AUDIT_INCOMPLETE;
@@ -137,7 +137,7 @@ audit_pid pid_row(audit_ctx &a, uint16_t pid) {
   r.lost = rec.lost;
   r.pcrs = rec.pcrs;
   r.over_40ms = rec.intervals.over_40ms;
-  r.share = static_cast<double>(p.packets) / static_cast<double>(a.packet);
+  r.share = static_cast<double>(p.packets) / static_cast<double>(packets_of(a) - a.bad_sync_bytes);
   r.bitrate = r.share * bitrate_of(a);
   r.bitrate_min = a.has_bitrates ? rec.bitrate_min : NAN;
   r.bitrate_max = a.has_bitrates ? rec.bitrate_max : NAN;
@@ -151,7 +151,8 @@ audit_pid pid_row(audit_ctx &a, uint16_t pid) {
   const bool is_exact = rec.clock && rec.clock->constant_blocks != 0;
   r.accuracy_ns[0] = is_exact ? rec.clock->least_ns : NAN;
   r.accuracy_ns[1] = is_exact ? rec.clock->greatest_ns : NAN;
-  r.longest_gap_ms = rec.presence.is_on && a.clock.runs ? rec.presence.longest * 1000 : NAN;
+  const bool is_av = rec.kind == 'V' || rec.kind == 'A';
+  r.longest_gap_ms = is_av && a.clock.runs ? rec.presence.longest * 1000 : NAN;
   return r;
 }
 
@@ -161,7 +162,7 @@ int audit_get_report(audit_t audit, audit_report *report) {
   const audit_ctx &a = *audit;
   audit_report r = {};
   r.verdict = verdict_of(a);
-  r.packets = a.packet;
+  r.packets = packets_of(a);
   r.lost_bytes = a.lost_bytes;
   r.duration = a.clock.runs ? a.clock.now.t : NAN;
   r.bitrate = bitrate_of(a);

@@ -23,8 +23,9 @@ enum : uint8_t {
 };
 enum : size_t { HEADER_SIZE = 3, SHORT_LENGTH = 1021, LONG_LENGTH = 4093, LEAST_LENGTH = 9 };
 
-// What becomes of the rest of a packet behind some bytes of a section.
-enum class reading { goes_on, ends };
+// What becomes of the rest of a packet behind some bytes of a section: it is read on, read on from
+// the next section that starts, or not read.
+enum class reading { goes_on, resumes, ends };
 
 bool is_one_of(uint8_t id, std::initializer_list<uint8_t> ids) {
   return std::ranges::find(ids, id) != ids.end();
@@ -150,7 +151,7 @@ reading judge_header(audit_ctx &a, uint16_t pid, section_gather &g) {
   if (!is_possible(role, g.header)) {
     drop(g);
     raise_syntax(a, pid, id);
-    return reading::ends;
+    return reading::resumes;
   }
   g.is_skipped = !is_ours;
   g.need = static_cast<uint16_t>(HEADER_SIZE + psi_get_length(g.header));
@@ -172,8 +173,9 @@ reading feed(audit_ctx &a, uint16_t pid, section_gather &g, pkt_bytes &bytes) {
   }
   if (g.have < HEADER_SIZE)
     return reading::goes_on;
-  if (g.need == 0 && judge_header(a, pid, g) == reading::ends)
-    return reading::ends;
+  if (g.need == 0)
+    if (const reading rest = judge_header(a, pid, g); rest != reading::goes_on)
+      return rest;
   const size_t count = std::min<size_t>(g.need - g.have, bytes.size());
   if (!g.is_skipped)
     g.bytes.insert(g.bytes.end(), bytes.begin(), bytes.begin() + static_cast<ptrdiff_t>(count));
@@ -196,19 +198,21 @@ reading feed(audit_ctx &a, uint16_t pid, section_gather &g, pkt_bytes &bytes) {
 }
 
 // The bytes before the first section that starts in a packet complete the one that is open.
-void complete(audit_ctx &a, uint16_t pid, section_gather &g, pkt_bytes bytes) {
+reading complete(audit_ctx &a, uint16_t pid, section_gather &g, pkt_bytes bytes) {
   if (!g.is_open)
-    return;
-  if (feed(a, pid, g, bytes) == reading::goes_on && g.is_open) {
+    return reading::resumes;
+  const reading rest = feed(a, pid, g, bytes);
+  if (rest == reading::goes_on && g.is_open) {
     drop(g);
     raise_syntax(a, pid, -1);
   }
+  return rest;
 }
 
 void start_sections(audit_ctx &a, uint16_t pid, section_gather &g, pkt_bytes bytes) {
   while (!bytes.empty() && bytes[0] != STUFFING && a.records[pid].role != psi_role::none) {
     g.is_open = true;
-    if (feed(a, pid, g, bytes) == reading::ends)
+    if (feed(a, pid, g, bytes) != reading::goes_on)
       return;
   }
 }
@@ -240,7 +244,8 @@ void take_psi_packet(audit_ctx &a, uint16_t pid, pkt_bytes payload, bool is_unit
     raise_syntax(a, pid, -1);
     return;
   }
-  complete(a, pid, g, payload.subspan(1, pointer));
+  if (complete(a, pid, g, payload.subspan(1, pointer)) == reading::ends)
+    return;
   start_sections(a, pid, g, payload.subspan(1 + pointer));
 }
 

@@ -82,6 +82,7 @@ void wait_for_pcr(audit_ctx &a, uint16_t pid, const stamps &s) {
                             .time = now(a),
                             .pts = s.pts,
                             .dts = s.dts,
+                            .run = a.records[pid].run,
                             .pid = pid});
 }
 
@@ -90,8 +91,11 @@ void wait_for_pcr(audit_ctx &a, uint16_t pid, const stamps &s) {
 double delay_ms(int64_t stamp, uint64_t packet, const pcr_track &before, const pcr_step &step) {
   const double passed = static_cast<double>(step.d) * static_cast<double>(packet - before.packet) /
                         static_cast<double>(step.packets);
-  const int64_t to_pcr = wrapped_step(stamp * PCR_TICKS, before.last, PCR_MODULO);
-  return (static_cast<double>(to_pcr) - passed) / 27e3;
+  const auto to_pcr = static_cast<double>(wrapped_step(stamp * PCR_TICKS, before.last, PCR_MODULO));
+  double distance = to_pcr - passed;
+  if (distance < -static_cast<double>(PCR_MODULO / 2))
+    distance += static_cast<double>(PCR_MODULO);
+  return distance / 27e3;
 }
 
 void measure(delay_stats &stats, double ms) {
@@ -129,7 +133,8 @@ void judge_delay_step(audit_ctx &a, const waiting_stamps &s, double delay) {
   pid_record &rec = a.records[s.pid];
   const double limit = a.cfg.limits[rec.kind == 'V' ? AUDIT_VIDEO_STEP_MS : AUDIT_AUDIO_STEP_MS];
   const double step = delay - rec.last_delay;
-  if (rec.has_last_delay && limit != 0 && std::abs(step) > limit) {
+  const bool follows = rec.has_last_delay && rec.last_delay_run == s.run;
+  if (follows && limit != 0 && std::abs(step) > limit) {
     event e = {.kind = AUDIT_STAMP_JUMP, .pid = s.pid};
     e.packet = s.packet;
     e.offset = s.offset;
@@ -138,6 +143,7 @@ void judge_delay_step(audit_ctx &a, const waiting_stamps &s, double delay) {
   }
   rec.has_last_delay = true;
   rec.last_delay = delay;
+  rec.last_delay_run = s.run;
 }
 
 void restart_streams_of(audit_ctx &a, int32_t clock_pid) {
@@ -167,7 +173,8 @@ void take_pes_header(audit_ctx &a, uint16_t pid, pkt_bytes payload) {
 }
 
 void restart_steps(audit_ctx &a, uint16_t pid) {
-  a.records[pid].has_last_dts = a.records[pid].has_last_delay = false;
+  a.records[pid].has_last_dts = false;
+  ++a.records[pid].run;
 }
 
 void judge_waiting_stamps(audit_ctx &a, clock_record &clock, const pcr_track &before,
@@ -176,6 +183,8 @@ void judge_waiting_stamps(audit_ctx &a, clock_record &clock, const pcr_track &be
     restart_streams_of(a, clock.pid);
   } else if (step.d <= LONGEST_BETWEEN) {
     for (const waiting_stamps &s : clock.waiting) {
+      if (!(a.pids[s.pid].flags & PID_STAMPED))
+        continue; // no PMT lists it any more
       const double pts_ms = delay_ms(s.pts, s.packet, before, step);
       const double dts_ms = delay_ms(s.dts, s.packet, before, step);
       measure(a.records[s.pid].pts_delay, pts_ms);

@@ -1,6 +1,7 @@
 #include "audit/tables.h"
 
 #include <algorithm>
+#include <unordered_set>
 #include <utility>
 
 #include "audit/findings.h"
@@ -75,17 +76,30 @@ void add_program(audit_ctx &a, uint16_t number, uint16_t pmt_pid, std::vector<ui
 
 // --- PAT ---
 
-template <typename Visit> void for_each_pat_entry(section_bytes content, Visit visit) {
+struct pat_entry {
+  uint16_t number, pid;
+};
+
+// Of a program_number that stands there twice the first entry holds.
+std::vector<pat_entry> pat_entries(section_bytes content) {
+  std::vector<pat_entry> entries;
+  std::unordered_set<uint16_t> numbers;
   for (size_t at = 2; at + PAT_ENTRY <= content.size(); at += PAT_ENTRY)
-    visit(word_at(content, at), pid_at(content, at + 2));
+    if (numbers.insert(word_at(content, at)).second)
+      entries.push_back({word_at(content, at), pid_at(content, at + 2)});
+  return entries;
+}
+
+void mark_all_listed(audit_ctx &a, section_bytes content) {
+  for (size_t at = 2; at + PAT_ENTRY <= content.size(); at += PAT_ENTRY)
+    mark_listed(a, pid_at(content, at + 2));
 }
 
 std::vector<uint16_t> program_numbers(section_bytes content) {
   std::vector<uint16_t> numbers;
-  for_each_pat_entry(content, [&](uint16_t number, uint16_t) {
+  for (const auto &[number, pid] : pat_entries(content))
     if (number != 0)
       numbers.push_back(number);
-  });
   return numbers;
 }
 
@@ -121,28 +135,25 @@ void take_programs(audit_ctx &a) {
   tables_state &t = a.tables;
   std::vector<uint16_t> pids;
   uint16_t network_pid = PID_NIT;
-  for_each_pat_entry(t.pat.content, [&](uint16_t number, uint16_t pid) {
-    mark_listed(a, pid);
+  const std::vector<pat_entry> entries = pat_entries(t.pat.content);
+  mark_all_listed(a, t.pat.content);
+  for (const auto &[number, pid] : entries) {
     if (number == 0)
       network_pid = pid;
     else if (const uint32_t index = program_on(a, pid, number); index != NO_PROGRAM)
       t.programs[index]->stays = true;
-  });
+  }
   for (const uint32_t index : std::exchange(t.order, {}))
-    if (program &pg = *t.programs[index]; std::exchange(pg.stays, false))
-      pg.is_placed = false;
-    else
+    if (!std::exchange(t.programs[index]->stays, false))
       forget_program(a, index, pids);
-
-  for_each_pat_entry(t.pat.content, [&](uint16_t number, uint16_t pid) {
+  for (const auto &[number, pid] : entries) {
     if (number != 0 && t.by_number[number] == 0)
       add_program(a, number, pid, pids);
-    const uint32_t index = program_on(a, pid, number);
-    if (index == NO_PROGRAM || std::exchange(t.programs[index]->is_placed, true))
-      return;
-    t.programs[index]->place = static_cast<uint32_t>(t.order.size());
-    t.order.push_back(index);
-  });
+    if (const uint32_t index = program_on(a, pid, number); index != NO_PROGRAM) {
+      t.programs[index]->place = static_cast<uint32_t>(t.order.size());
+      t.order.push_back(index);
+    }
+  }
   set_network_pid(a, network_pid, pids);
   for (const uint16_t pid : pids)
     refresh_pid(a, pid);
