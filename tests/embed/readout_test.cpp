@@ -22,6 +22,10 @@ TEST(readout, records_are_as_long_as_the_caller_knows_them) {
   EXPECT_EQ(std::tie(stats.processed, stats.analyzed), std::make_tuple(3u, 1u));
   stats.size = sizeof stats + 1;
   EXPECT_EQ(tsan_get_stats(e, &stats), EINVAL);
+  tsan_program_stats program = {};
+  program.size = sizeof program;
+  EXPECT_EQ(tsan_get_program_stats(e, 0, &program), 0);
+  EXPECT_EQ(tsan_get_program_stats(e, 1, &program), EINVAL);
   tsan_stream_stats stream = {};
   stream.size = sizeof stream;
   EXPECT_EQ(tsan_get_stream_stats(e, 0, 1, &stream), 0);
