@@ -28,7 +28,7 @@ set_target_properties(korva_shared PROPERTIES
 target_link_libraries(korva_shared PRIVATE ${LIBCONFIG_LINK_LIBRARIES})
 set(export_map ${CMAKE_CURRENT_LIST_DIR}/libkorva.map)
 target_link_options(korva_shared
-  PRIVATE -Wl,-z,defs,-Bsymbolic-functions,--version-script=${export_map})
+  PRIVATE -Wl,-z,relro,-z,now,-z,defs,-Bsymbolic-functions,--version-script=${export_map})
 set_property(TARGET korva_shared PROPERTY LINK_DEPENDS ${export_map})
 
 add_library(korva_static STATIC $<TARGET_OBJECTS:korva_objects>)

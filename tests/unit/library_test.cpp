@@ -52,12 +52,23 @@ extern "C" int clock_gettime(clockid_t clock, timespec *out) noexcept {
   return 0;
 }
 
-extern "C" void syslog(int priority, const char *format, ...) {
-  va_list args;
-  va_start(args, format);
+static void tell(int priority, const char *format, va_list args) {
   fprintf(stderr, "%d ", priority);
   vfprintf(stderr, format, args);
   va_end(args);
+}
+
+extern "C" void syslog(int priority, const char *format, ...) {
+  va_list args;
+  va_start(args, format);
+  tell(priority, format, args);
+}
+
+// What a hardened program calls.
+extern "C" void __syslog_chk(int priority, int, const char *format, ...) {
+  va_list args;
+  va_start(args, format);
+  tell(priority, format, args);
 }
 
 // The value, or a refusal, which leaves 77 in its place.
