@@ -1,6 +1,5 @@
 # libkorva, shared and static, for other programs: the engine with all it stands on, and what an
 # installation holds of it.
-include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
 set(library_sources)
@@ -59,7 +58,10 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/korva.pc
 install(FILES docs/embedding.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
 install(FILES examples/CMakeLists.txt examples/datagrams.c examples/korva_ctypes.py
   DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT development)
-install(FILES LICENSE
-  DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libkorva0 COMPONENT library RENAME copyright)
-install(FILES LICENSE
-  DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libkorva-dev COMPONENT development RENAME copyright)
+set(package_of_library libkorva0)
+set(package_of_development libkorva-dev)
+foreach(component IN ITEMS library development)
+  set(doc ${CMAKE_INSTALL_DATADIR}/doc/${package_of_${component}})
+  install(FILES LICENSE DESTINATION ${doc} COMPONENT ${component} RENAME copyright)
+  install(FILES ${changelog} DESTINATION ${doc} COMPONENT ${component})
+endforeach()
