@@ -54,6 +54,14 @@ inline bool ts_payload_flag(ts_pkt pkt) {
   return pkt.header & 0x10;
 }
 
+inline bool ts_transport_error(ts_pkt pkt) {
+  return pkt.header & 0x800000;
+}
+
+inline bool ts_is_scrambled(ts_pkt pkt) {
+  return pkt.header & 0xC0;
+}
+
 inline uint32_t ts_cc(ts_pkt pkt) {
   return pkt.header & 0x0F;
 }
@@ -61,6 +69,24 @@ inline uint32_t ts_cc(ts_pkt pkt) {
 // The PCR itself lies in bytes 6 to 11 whatever the length says, so it is always in the packet.
 inline bool ts_has_pcr(ts_pkt pkt) {
   return ts_adaptation_flag(pkt) && pkt.adaptation_length != 0 && (pkt.bytes[5] & 0x10);
+}
+
+// The same of an adaptation field that fits its packet and holds the PCR in full.
+inline bool ts_has_whole_pcr(ts_pkt pkt) {
+  const size_t length = pkt.adaptation_length, most = TS_PKT_SIZE - 5 - (ts_payload_flag(pkt) ? 1 : 0);
+  return ts_adaptation_flag(pkt) && length >= 7 && length <= most && (pkt.bytes[5] & 0x10);
+}
+
+// 42 bits: base * 300 + extension, in 27 MHz ticks.
+inline int64_t ts_get_pcr(ts_pkt pkt) {
+  const uint8_t *b = pkt.bytes + 6;
+  const int64_t base = int64_t{b[0]} << 25 | b[1] << 17 | b[2] << 9 | b[3] << 1 | b[4] >> 7;
+  return base * 300 + ((b[4] & 1) << 8 | b[5]);
+}
+
+// discontinuity_indicator
+inline bool ts_discontinuity(ts_pkt pkt) {
+  return ts_adaptation_flag(pkt) && pkt.adaptation_length != 0 && (pkt.bytes[5] & 0x80);
 }
 
 // Offset of the payload; 188 or more when the adaptation field leaves no room for one.

@@ -19,11 +19,12 @@ void read_out(tsan_ctx *tc, tsan_alert_kind kind, const program_info *pg, uint32
   tc->readout.on_alert(tc->readout.opaque, &alert);
 }
 
-// What was measured, and on which stream.
+// What was measured, on which stream, and between which values of the 90 kHz clock.
 struct measured {
   tsan_sample_kind kind;
   uint32_t pid;
   bool is_pts;
+  uint64_t pcr = 0, stamp = 0, ref_stamp = 0;
 };
 
 // Delivers a sample of the current program, when someone listens.

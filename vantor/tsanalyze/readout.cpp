@@ -58,6 +58,9 @@ void read_out_sample(tsan_ctx *tc, const measured &what, uint64_t ms, bool is_ch
   sample.pkt_idx = tc->last_pkt_idx;
   sample.last_pcr = prog(tc)->last_pcr;
   sample.ms = ms;
+  sample.pcr = what.pcr;
+  sample.stamp = what.stamp;
+  sample.ref_stamp = what.ref_stamp;
   tc->readout.on_sample(tc->readout.opaque, &sample);
 }
 
@@ -115,7 +118,8 @@ int tsan_get_program_stats(tsan_t ctx, size_t program, tsan_program_stats *stats
                       .pid_ndat = pg.alert.pid_ndat,
                       .audio_to_ref = average_of(pg.av_pdts_delta),
                       .stamp_to_pcr = average_of(pg.av_pcr_delta),
-                      .pcr_interval = average_of(pg.av_pcr_freq)},
+                      .pcr_interval = average_of(pg.av_pcr_freq),
+                      .listed_pid = ctx->pmt_pid[program]},
                      stats);
 }
 

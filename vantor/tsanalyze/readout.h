@@ -80,6 +80,10 @@ typedef struct tsan_sample {
   uint64_t pkt_idx;
   uint64_t last_pcr; /* of the program, 90 kHz ticks */
   uint64_t ms;
+  uint64_t pcr;       /* what was measured, 90 kHz ticks: the PCR (of an interval: the new one), */
+  uint64_t stamp;     /* the time stamp, */
+  uint64_t ref_stamp; /* that of the reference video; 0 where there is none. Signed distances are
+                         differences of these modulo 2^33 */
 } tsan_sample;
 
 typedef struct tsan_readout {
@@ -126,6 +130,7 @@ typedef struct tsan_program_stats {
   uint64_t video_analyzed, audio_analyzed, other_analyzed;
   uint64_t av_delta_plus, av_delta0, pcr_delta, pcr_freq, cc_brk, cc_rst, pmt_diff, pid_ndat;
   tsan_average audio_to_ref, stamp_to_pcr, pcr_interval;
+  uint32_t listed_pid; /* of its PMT in the PAT; pmt_pid is that of the PMT that brought streams */
 } tsan_program_stats;
 
 typedef struct tsan_stream_stats {

@@ -101,14 +101,35 @@ const stream_info *first_video(const program_info *pg) {
   return video == end ? nullptr : video;
 }
 
+measured stamp_to_pcr(const program_info *pg, bool is_pts, const stream_info *stream) {
+  return {.kind = TSAN_STAMP_TO_PCR,
+          .pid = stream->pid,
+          .is_pts = is_pts,
+          .pcr = pg->last_pcr,
+          .stamp = stamp_of(stream, is_pts)};
+}
+
+measured audio_to_ref(const program_info *pg, bool is_pts, const stream_info *ref,
+                      const stream_info *stream) {
+  return {.kind = TSAN_AUDIO_TO_REF,
+          .pid = stream->pid,
+          .is_pts = is_pts,
+          .pcr = pg->last_pcr,
+          .stamp = stamp_of(stream, is_pts),
+          .ref_stamp = stamp_of(ref, is_pts)};
+}
+
+measured pcr_interval(const program_info *pg, uint64_t new_pcr) {
+  return {.kind = TSAN_PCR_INTERVAL, .pid = pg->pcr_pid, .is_pts = false, .pcr = new_pcr};
+}
+
 void measure_stamp(tsan_ctx *tc, bool is_pts, const stream_info *ref, const stream_info *stream) {
   const program_info *pg = prog(tc);
   const uint64_t stamp = stamp_of(stream, is_pts);
   if (tc->cfg.max_pcr_delta == 0 && pg->got_pcr)
-    read_out_sample(tc, {TSAN_STAMP_TO_PCR, stream->pid, is_pts}, distance_ms(pg->last_pcr, stamp),
-                    false);
+    read_out_sample(tc, stamp_to_pcr(pg, is_pts, stream), distance_ms(pg->last_pcr, stamp), false);
   if (tc->cfg.max_pdts_delta == 0 && ref && stamp_of(ref, is_pts) != 0)
-    read_out_sample(tc, {TSAN_AUDIO_TO_REF, stream->pid, is_pts},
+    read_out_sample(tc, audio_to_ref(pg, is_pts, ref, stream),
                     distance_ms(stamp_of(ref, is_pts), stamp), false);
 }
 
@@ -128,7 +149,7 @@ void update_pts_dts(tsan_ctx *tc, pkt_bytes pes, stream_info *stream) {
 void ck_pcr(tsan_ctx *tc, bool is_pts, const stream_info *stream) {
   program_info *pg = prog(tc);
   const uint64_t delta = distance_ms(pg->last_pcr, stamp_of(stream, is_pts));
-  take_sample(tc, &pg->av_pcr_delta, {TSAN_STAMP_TO_PCR, stream->pid, is_pts}, delta);
+  take_sample(tc, &pg->av_pcr_delta, stamp_to_pcr(pg, is_pts, stream), delta);
   if (delta > tc->cfg.max_pcr_delta)
     dump_pcr_diff(tc, is_pts, delta, stream);
 }
@@ -138,7 +159,7 @@ void ck_tstamp(tsan_ctx *tc, bool is_pts, const stream_info *ref, const stream_i
   const uint64_t ref_stamp = stamp_of(ref, is_pts);
   const uint64_t stamp = stamp_of(stream, is_pts);
   const uint64_t delta = distance_ms(ref_stamp, stamp);
-  take_sample(tc, &pg->av_pdts_delta, {TSAN_AUDIO_TO_REF, stream->pid, is_pts}, delta);
+  take_sample(tc, &pg->av_pdts_delta, audio_to_ref(pg, is_pts, ref, stream), delta);
   if (delta == 0 && ref_stamp != stamp) {
     dump_time_info(tc, TSAN_AV_DELTA0, is_pts, delta, ref, stream);
     ++pg->alert.av_delta0;
@@ -151,7 +172,7 @@ void ck_tstamp(tsan_ctx *tc, bool is_pts, const stream_info *ref, const stream_i
 void pcr_freq_check(tsan_ctx *tc, uint64_t new_pcr) {
   program_info *pg = prog(tc);
   const uint64_t delta = pcr_delta_ms(pg->last_pcr, new_pcr);
-  take_sample(tc, &pg->av_pcr_freq, {TSAN_PCR_INTERVAL, pg->pcr_pid, false}, delta);
+  take_sample(tc, &pg->av_pcr_freq, pcr_interval(pg, new_pcr), delta);
   if (delta <= tc->cfg.pcr_freq_ms)
     return;
   // The two times of this alert show the ticks as if they were milliseconds.
@@ -171,8 +192,7 @@ void pcr_freq_check(tsan_ctx *tc, uint64_t new_pcr) {
 void measure_pcr_interval(tsan_ctx *tc, uint64_t new_pcr) {
   const program_info *pg = prog(tc);
   const uint64_t ticks = calc_pcr_delta(pg->last_pcr, new_pcr, true);
-  read_out_sample(tc, {TSAN_PCR_INTERVAL, pg->pcr_pid, false}, static_cast<uint32_t>(ticks / 90),
-                  false);
+  read_out_sample(tc, pcr_interval(pg, new_pcr), static_cast<uint32_t>(ticks / 90), false);
 }
 
 // A checked stamp stays new until it has been held against the reference; here each counts once.
