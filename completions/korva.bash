@@ -8,7 +8,8 @@ _korva() {
     max_zreset_time= cc_track='
   local traces='sdt_i misc_i pdts_u pat_pmt pcr_u cc_t pmt_d pat_d'
   local facilities='user local0 local1 local2 local3 local4 local5 local6 local7'
-  local kinds='CC-BRK CC-RST PCR-DELTA AV-DELTA0 AV-DELTA+ PCR-FREQ PAT-DIFF PMT-DIFF PID-NDAT'
+  local kinds='CC-BRK CC-RST PCR-DELTA AV-DELTA0 AV-DELTA+ PCR-FREQ PAT-DIFF PMT-DIFF PID-NDAT
+    NOT-CHECKED'
 
   # The words up to the cursor, not yet cut at "=" and ":".
   local line=${COMP_LINE:0:COMP_POINT} words word prev

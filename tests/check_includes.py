@@ -15,7 +15,6 @@ RULES = {
         "vantor/outputs", "vantor/input", "vantor/audit/audit.h", "vantor/tsanalyze/tsan.h", "vantor/tsanalyze/readout.h",
         "libtollum/include", "common"],
     "vantor/outputs": [
-        "vantor/tsa/config.h", "vantor/tsa/exit_status.h", "vantor/input",
         "vantor/audit/audit.h", "vantor/audit/clock.h", "vantor/mpegts",
         "vantor/tsanalyze/tsan.h", "vantor/tsanalyze/readout.h", "libtollum/include", "common"],
     "vantor/audit": ["vantor/mpegts"],

@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
-"""Holds --json, --report, --exit-alerts and --progress against the packets: ROOT PROGRAM
+"""Holds --json, --report, --exit-alerts and --progress against the packets: ROOT PROGRAM [FAULTS]
 
 Totals of the JSON and every bucket and bar that the page draws are computed anew from the packets.
+FAULTS is the library that lets calls of the C library fail (support/faults_preload.cpp).
 """
 
 import collections
@@ -12,6 +13,7 @@ import os
 import pathlib
 import pty
 import re
+import resource
 import signal
 import subprocess
 import sys
@@ -21,63 +23,94 @@ import unittest
 
 import jsonschema
 
-ROOT, PROGRAM = (pathlib.Path(arg).resolve() for arg in sys.argv[1:3])
+ROOT, PROGRAM, *FAULTS = (pathlib.Path(arg).resolve() for arg in sys.argv[1:])
 CLEAN, DAMAGED = ((ROOT / "samples" / name).read_bytes() for name in ("clean.ts", "damaged.ts"))
 SCHEMA = jsonschema.Draft7Validator(json.loads((ROOT / "docs/korva.schema.json").read_text()))
-# The program of each PID; 260 is announced, but never comes. Video has its program's PCR.
+PAT, *PMTS = (CLEAN[at : at + 188] for at in (188, 376, 564))
+NO_PCR = PMTS[0][:13] + b"\xe0\0" + PMTS[0][15:]  # a PMT that ends the run by an assertion
+NULL = b"\x47\x1f\xff\x10" + bytes(184)
+# The program of each PID. Video has its program's PCR.
 OWNER = {257: 0, 258: 0, 259: 0, 260: 0, 513: 1, 514: 1}
 VIDEO = {0: 257, 1: 513}
-PCR, TO_PCR, TO_REF = range(3)
-NAMES = ("pcr_interval", "stamp_to_pcr", "audio_to_ref")
+PCR, PTS_TO_PCR, DTS_TO_PCR, PTS_SKEW, DTS_SKEW = range(5)
+CHECKED = {"pcr_interval": (PCR,), "stamp_to_pcr": (1, 2), "audio_to_ref": (3, 4)}
+SIGNED = ("pts_to_pcr", "dts_to_pcr", "pts_skew", "dts_skew")
+
+
+def stamp(prefix, ticks):
+    t = ticks % 2**33
+    return bytes((prefix << 4 | t >> 29 & 14 | 1, t >> 22 & 255, t >> 14 & 254 | 1, t >> 7 & 255,
+                  t << 1 & 254 | 1))
+
+
+def pes(pid, counter, pts, dts=None, pcr=None):
+    """A packet with the beginning of a PES packet, clocks in ticks of 90 kHz."""
+    stamps = stamp(2, pts) if dts is None else stamp(3, pts) + stamp(1, dts)
+    field = b"" if pcr is None else bytes((7, 0x10)) + (pcr % 2**33 << 15).to_bytes(6, "big")
+    head = bytes((0x47, 0x40 | pid >> 8, pid & 255, 0x10 | (pcr is not None) << 5 | counter % 16))
+    kind = 0xC0 if dts is None else 0xE0
+    payload = bytes((0, 0, 1, kind, 0, 0, 0x80, 0x80 if dts is None else 0xC0, len(stamps)))
+    return (head + field + payload + stamps).ljust(188, b"\xff")
+
+
+def constant_stream(packets):
+    """A packet each millisecond, so that its number tells its time: the first PCR is in packet 11.
+    Counters break; clocks wrap; audio is up to 150 ms late; one stream has DTS beside its PTS."""
+    stream = {1: PAT, 2: PMTS[0], 3: PMTS[1]}
+    for n in range(11, packets + 1, 40):
+        clock, i = 90 * n - 500_000, n // 40
+        stream[n] = pes(257, i, clock + 90 * 300, clock + 90 * (300 - n % 7), clock)
+        stream[n + 20] = pes(513, i, clock + 27_000, clock + 26_955, clock + 1800)
+        offset = 90 * (n * 37 % 700 - 150)
+        stream[n + 5] = pes(258, i + n // 900, clock + offset + 45, clock + offset)
+        stream[n + 25] = pes(514, i, clock + 2 * offset)
+    return b"".join(stream.get(n, NULL) for n in range(1, packets + 1))
 
 
 class Expected:
-    """What is to be measured in a sample, and when."""
+    """What is to be measured in such a stream, and when."""
 
     def __init__(self, data):
         self.samples = []  # (program, PID, measure, time, ms)
         self.breaks = []  # (packet, PID, time)
-        self.counts, self.now = collections.Counter(), 0
-        self.pcr, self.ticks, self.stamps, self.cc = {}, {}, {}, {}
+        self.counts, self.start = collections.Counter(), None
+        self.pcr, self.stamps, self.cc = {}, {}, {}
         for at in range(0, len(data), 188):
             p = data[at : at + 188]
             pid = (p[1] & 31) << 8 | p[2]
             if pid in OWNER:
                 self.packet(at // 188 + 1, pid, OWNER[pid], p)
 
-    def take(self, program, pid, kind, ms):
-        self.samples.append((program, pid, kind, self.ticks[program] // 90, ms))
+    def take(self, program, pid, kind, number, ticks):
+        self.samples.append((program, pid, kind, number - self.start, int(ticks / 90)))
 
     def packet(self, number, pid, program, p):
         self.counts[pid] += 1
         payload = p[5 + p[4] :] if p[3] & 32 else p[4:]
         if p[3] & 32 and p[4] and p[5] & 16:
-            self.clock(program, pid, int.from_bytes(p[6:11], "big") >> 7)
-        if not p[3] & 16:
-            return
+            self.start = self.start or number
+            pcr = int.from_bytes(p[6:11], "big") >> 7
+            if program in self.pcr:
+                self.take(program, pid, PCR, number, (pcr - self.pcr[program]) % 2**33)
+            self.pcr[program] = pcr
         if self.cc.get(pid, p[3] - 1 & 15) != p[3] - 1 & 15:
-            self.breaks.append((number, pid, self.ticks[program] // 90))
+            self.breaks.append((number, pid, number - self.start))
         self.cc[pid] = p[3] & 15
-        if p[1] & 64 and payload[:3] == b"\0\0\1" and payload[7] & 128:
-            a, b, c, d, e = payload[9:14]
-            self.stamp(program, pid, (a & 14) << 29 | b << 22 | (c & 254) << 14 | d << 7 | e >> 1)
+        for is_dts, at in enumerate((9, 14)):
+            if payload[7] & 0x80 >> is_dts:
+                a, b, c, d, e = payload[at : at + 5]
+                now = (a & 14) << 29 | b << 22 | (c & 254) << 14 | d << 7 | e >> 1
+                self.stamp(program, pid, is_dts, number, now)
 
-    def clock(self, program, pid, pcr):
-        if program in self.pcr:
-            step = (pcr - self.pcr[program]) % 2**33
-            self.take(program, pid, PCR, step // 90 if step < 2**32 else 0)
-            self.ticks[program] += step if step <= 60 * 90000 else 0
-        else:
-            self.ticks[program] = self.now * 90
-        self.pcr[program] = pcr
-        self.now = max(self.now, self.ticks[program] // 90)
+    def stamp(self, program, pid, is_dts, number, now):
+        def signed(ticks):
+            return (ticks + 2**32) % 2**33 - 2**32
 
-    def stamp(self, program, pid, pts):
-        is_new, self.stamps[pid] = self.stamps.get(pid) != pts, pts
-        if is_new and pid != VIDEO[program] and program in self.pcr:
-            self.take(program, pid, TO_PCR, abs(pts - self.pcr[program]) // 90)
-            if VIDEO[program] in self.stamps:
-                self.take(program, pid, TO_REF, abs(pts - self.stamps[VIDEO[program]]) // 90)
+        self.stamps[pid, is_dts] = now
+        if pid != VIDEO[program]:
+            self.take(program, pid, PTS_TO_PCR + is_dts, number, signed(now - self.pcr[program]))
+            video = self.stamps[VIDEO[program], is_dts]
+            self.take(program, pid, PTS_SKEW + is_dts, number, signed(now - video))
 
 
 def band(buckets):
@@ -85,9 +118,9 @@ def band(buckets):
     area = line = ""
     for i in sorted(i for i in buckets if i - 1 not in buckets):
         run = [buckets[j] for j in itertools.takewhile(buckets.__contains__, itertools.count(i))]
-        area += f"M{i}-" + "V-".join(f"{max(ms)}h1" for ms in run)
-        area += "".join(f"V-{min(ms)}h-1" for ms in run[::-1]) + "z"
-        line += f"M{i}-" + "V-".join(f"{sum(ms) / len(ms):.2f}h1" for ms in run)
+        area += f"M{i} " + "V".join(f"{-max(ms)}h1" for ms in run)
+        area += "".join(f"V{-min(ms)}h-1" for ms in run[::-1]) + "z"
+        line += f"M{i} " + "V".join(f"{0 - sum(ms) / len(ms):.2f}h1" for ms in run)
     return area, line
 
 
@@ -102,10 +135,11 @@ class Outputs(unittest.TestCase):
         self.addCleanup(dir.cleanup)
         self.addCleanup(os.chdir, os.getcwd())
         os.chdir(dir.name)
-        # Clocks go back again and again, and further than the first buckets reach; tables change.
-        new_pat = CLEAN[188:376].replace(b"\xf0\1", b"\xf0\2")
+        self.constant = constant_stream(3000)
+        # Clocks go back again and again; tables change.
+        new_pat = PAT.replace(b"\xf0\1", b"\xf0\2")
         for name, data in {"clean.ts": CLEAN, "damaged.ts": DAMAGED, "looped.ts": CLEAN * 8,
-                           "tables.ts": DAMAGED + CLEAN + new_pat,
+                           "tables.ts": DAMAGED + CLEAN + new_pat, "constant.ts": self.constant,
                            "cut.ts": DAMAGED[:18800] + bytes(188)}.items():
             pathlib.Path(name).write_bytes(data)
         # How fast the packets are read must not matter: no gap is a reset.
@@ -120,7 +154,9 @@ class Outputs(unittest.TestCase):
         return run.returncode, stamps.sub(b"", run.stdout), stamps.sub(b"", run.stderr)
 
     def files(self):
-        return pathlib.Path("jsonl").read_bytes(), pathlib.Path("html").read_bytes()
+        """Both, the page without its date and the options of the run."""
+        page = re.sub(rb"<dt>(Checked|Options)<dd>.*?</div>", b"", pathlib.Path("html").read_bytes())
+        return pathlib.Path("jsonl").read_bytes(), page
 
     def records(self):
         text = pathlib.Path("jsonl").read_text()
@@ -138,33 +174,44 @@ class Outputs(unittest.TestCase):
         return records
 
     def test_all_numbers_come_from_the_packets(self):
-        for path, *limits in (("damaged.ts", 79, 840, 180), ("looped.ts", None, None, None)):
+        want = Expected(self.constant)
+        for limits in ((39, 200, 180), (None, None, None)):
             names = zip(("pcr_freq", "pcr_delta", "pdts_delta"), limits)
-            self.korva(*self.both, *(f"-A{name}={ms or 0}" for name, ms in names), path)
-            want, (*alerts, report) = Expected(pathlib.Path(path).read_bytes()), self.records()
-            breaks = [(a["packet"], a["pid"]) for a in alerts if a.get("kind") == "CC-BRK"]
-            self.assertEqual(breaks, [(number, pid) for number, pid, _ in want.breaks])
+            self.korva(*self.both, *(f"-A{name}={ms or 0}" for name, ms in names), "constant.ts")
+            *alerts, report = self.records()
+            breaks = [(a["packet"], a["pid"], round(a["stream_time"] * 1000, 3))
+                      for a in alerts if a.get("kind") == "CC-BRK"]
+            self.assertEqual(breaks, want.breaks)
             counts = {s["pid"]: s["processed"] for p in report["programs"] for s in p["streams"]}
             self.assertEqual(+collections.Counter(counts), want.counts)
+            self.assertEqual(report["duration"], (3000 - 11) / 1000)
             for i, program in enumerate(report["programs"]):
                 self.check_program(program, [s for s in want.samples if s[0] == i], limits)
             page = pathlib.Path("html").read_text()
             drawn = {self.check_plot(want, *plot) for plot in PLOT.findall(page)}
             self.assertEqual(drawn, {sample[1:3] for sample in want.samples})
-            self.check_strips(page, want)
+            for pid in {pid for _, pid, _ in want.breaks}:
+                strip = rf'0 0 (\d+) 1" data-pid={pid} data-alert="CC-BRK"><path d="(.*?)"'
+                marks = "".join(f"M{at} 0v1" for _, p, at in want.breaks if p == pid)
+                self.assertEqual(re.search(strip, page).groups(), ("2989", marks))
+            self.assertIn("<dt>Stream time<dd>0:02.989<", page)
 
     def check_program(self, program, samples, limits):
         self.assertEqual(program["pcr_pid"], VIDEO[program["program"]])
+        self.assertEqual(program["program_number"], program["program"] + 1)
         total = sum(s["processed"] for s in program["streams"])
         video = sum(s["processed"] for s in program["streams"] if s["kind"] == "V")
         self.assertEqual(program["packets"], {
             "processed": total, "analyzed": total,
             "video": video, "audio": total - video, "other": 0})
-        for kind, name in enumerate(NAMES):
-            ms = [s[4] for s in samples if s[2] == kind]
+        measures = [(*item, abs) for item in CHECKED.items()]
+        measures += [(name, (kind,), int) for kind, name in enumerate(SIGNED, 1)]
+        for name, kinds, sign in measures:
+            ms = [sign(s[4]) for s in samples if s[2] in kinds]
             self.assertEqual(program["measures"][name], {
-                "limit_ms": limits[kind], "count": len(ms), "total_ms": sum(ms), "min_ms": min(ms),
-                "avg_ms": sum(ms) / len(ms), "max_ms": max(ms)})
+                "limit_ms": limits[(kinds[0] + 1) // 2], "count": len(ms), "total_ms": sum(ms),
+                "min_ms": min(ms, default=None), "avg_ms": sum(ms) / len(ms) if ms else None,
+                "max_ms": max(ms, default=None)}, name)
 
     def check_plot(self, want, numbers, pid, kind, width, area, line, step, most, bars):
         plotted, buckets = (int(pid), int(kind)), collections.defaultdict(list)
@@ -175,35 +222,31 @@ class Outputs(unittest.TestCase):
         steps = collections.Counter(ms // int(step) for ms in values)
         for percent in (50, 95, 99):
             exact = values[math.ceil(len(values) * percent / 100) - 1]
-            shown = re.search(rf"p{percent}<dd>(\d+)", numbers.replace("\u202f", ""))[1]
-            self.assertTrue(exact <= int(shown) <= exact * (1 + 1 / 128), (percent, exact, shown))
+            text = numbers.replace("\u202f", "").replace("\u2212", "-")
+            shown = int(re.search(rf"p{percent}<dd>(-?\d+)", text)[1])
+            self.assertTrue(exact <= shown <= exact + abs(exact) / 128, (percent, exact, shown))
         self.assertEqual(int(most), max(steps.values()))
         heights = (f"M{i} 0v-{n / int(most):.4f}h1V0z" for i, n in sorted(steps.items()))
         self.assertEqual(bars, "".join(heights))
         return plotted
 
-    def check_strips(self, page, want):
-        for pid in {pid for _, pid, _ in want.breaks}:
-            strip = rf'data-pid={pid} data-alert="CC-BRK" data-bucket=(\d+)><path d="(.*?)"'
-            width, marks = re.search(strip, page).groups()
-            hit = sorted({at // int(width) for _, p, at in want.breaks if p == pid})
-            self.assertEqual(marks, "".join(f"M{i}.5 0v1" for i in hit))
-
     def test_damage_stands_where_it_is(self):
         self.korva(*self.both, "damaged.ts")
         alerts = self.records()[1:-1]
-        found = {(a["kind"], a["pid"], a["packet"], a["offset"]) for a in alerts}
-        want = {("CC-BRK", 514, 915), ("PMT-DIFF", 4096, 979),
-                ("CC-BRK", 257, 1491), ("PID-NDAT", 260, 1991)}
-        self.assertEqual(found, {(*w, (w[2] - 1) * 188) for w in want})
+        found = {(a["kind"], a["pid"], a["packet"], a["offset"], a["program_number"]) for a in alerts}
+        want = {("CC-BRK", 514, 915, 2), ("PMT-DIFF", 4096, 979, 1),
+                ("CC-BRK", 257, 1491, 1), ("PID-NDAT", 260, 1991, 1)}
+        self.assertEqual(found, {(*w[:3], (w[2] - 1) * 188, w[3]) for w in want})
         self.assertEqual([a["time"] for a in alerts if a["pid"] == 257], [333000 / 90000])
         self.korva("-r", "900", *self.both, "damaged.ts")
         self.assertIn((257, 280120), {(a["pid"], a["offset"]) for a in self.records()[1:-1]})
-        self.korva("-A", "off", *self.both, "damaged.ts")  # placed by packets
-        jsonl, page = (text.decode() for text in self.files())
-        width, mark = re.search(r'"PMT-DIFF" data-bucket=(\d+)><path d="M(\d+)', page).groups()
-        self.assertEqual(int(mark), 978 // int(width))
-        self.assertNotRegex(jsonl, r'_ms":[1-9]')
+        no_clock = bytearray(DAMAGED)
+        for at in range(0, len(no_clock), 188):
+            no_clock[at + 5] &= 0xEF if no_clock[at + 3] & 32 else 0xFF
+        pathlib.Path("no_clock.ts").write_bytes(no_clock)
+        self.korva(*self.both, "no_clock.ts")  # placed by packets
+        self.assertIn('data-alert="PMT-DIFF"><path d="M979 0v1"', self.files()[1].decode())
+        self.assertEqual({a["stream_time"] for a in self.records()[1:-1]}, {None})
 
     def test_nothing_else_changes(self):
         checks = ("-A", "pcr_freq=79", "-A", "max_zreset_time=0")
@@ -230,6 +273,51 @@ class Outputs(unittest.TestCase):
                 self.assertEqual((before["kind"], before["packet"]), (end.upper(), 0))
                 self.assertEqual(before["message"], os.strerror(before["errno"]))
 
+    def test_nothing_is_green_where_nothing_was_looked_at(self):
+        def changed(packet, at, *content):
+            return packet[:at] + bytes(content) + packet[at + len(content) :]
+
+        hidden = (PAT[3] | 0xC0).to_bytes(1, "big")
+        other = PMTS[0].replace(b"\x1b\xe1", b"\x05\xe1").replace(b"\x0f\xe1", b"\x86\xe1")
+        in_204 = b"".join(CLEAN[at : at + 188] + bytes(16) for at in range(0, 18800, 188))
+        in_192 = b"".join(bytes(4) + CLEAN[at : at + 188] for at in range(0, 18800, 188))
+        for data, status, reason, unread, looks_like in (
+            (b"", 3, "no packet of 188 bytes to read", 0, None),
+            (NULL * 9 + b"G" * 9, 3, "no PAT", 9, None),
+            ((PAT[:3] + hidden + PAT[4:]) * 2, 3, "scrambled PAT", 0, None),
+            (PAT * 2, 3, "PAT, but no PMT", 0, None),
+            (PAT + changed(PMTS[0], 3, PMTS[0][3] | 0x80, *b"\xff" * 50), 3, "scrambled PMT", 0, None),
+            (PAT + other, 3, "only streams of types that are not followed: 0x05 0x86", 0, None),
+            (PAT + PMTS[0], 3, "no packet of a stream that the PMT lists", 0, None),
+            (in_204, 2, "packets of 204 bytes?", 99 * 204 + 16, (204, 204)),
+            (in_192, 2, "packets of 192 bytes?", 100 * 192, (192, 4)),
+            (bytes(188), 2, "no packets of 188 bytes", 188, None),
+            (DAMAGED[:18800] + b"cut" + DAMAGED[18800:], 2, None, len(DAMAGED) - 18797, (188, 18803)),
+        ):
+            pathlib.Path("x.ts").write_bytes(data)
+            for kinds in ("", "=PAT-DIFF,NOT-CHECKED"):
+                run = self.korva(*self.both, "--exit-alerts" + kinds, "x.ts")
+                self.assertEqual(run.returncode, status, reason)
+            self.assertEqual(self.korva("--exit-alerts=CC-BRK", "x.ts").returncode, status % 3)
+            report, page = self.records()[-1], pathlib.Path("html").read_text()
+            found = report["looks_like"] and tuple(report["looks_like"].values())
+            self.assertEqual((report["status"], report["not_checked"], report["unread_bytes"], found),
+                             (status, reason, unread, looks_like))
+            self.assertNotIn("verdict good", page)
+            checks = {check["check"]: check for check in report["checks"]}
+            if reason:
+                self.assertIn(f"Nothing checked</strong><p>No packet of a stream was analyzed: {reason}",
+                              page)
+                self.assertEqual((checks["CC-BRK"]["state"], checks["CC-BRK"]["reason"]),
+                                 ("not-checked", reason))
+        self.korva("-A", "cc_track=0", "-A", "pcr_freq=100", *self.both, "clean.ts")
+        shown = re.findall(r"<tr><td>([A-Z0-9+-]+)<td class=\"n zero\">0<td>([^<]*)",
+                           pathlib.Path("html").read_text())
+        self.assertEqual(dict(shown), {
+            "CC-BRK": "off", "CC-RST": "off", "PCR-DELTA": "off", "AV-DELTA0": "off",
+            "AV-DELTA+": "off", "PCR-FREQ": "limit 100 ms, on, 101 intervals",
+            "PAT-DIFF": "on, 41 PATs", "PMT-DIFF": "on, 82 PMTs", "PID-NDAT": "on, 5 streams"})
+
     def test_foreign_text(self):
         name = b"<b>&\xff\x01.ts"
         os.link("damaged.ts", name)
@@ -246,19 +334,116 @@ class Outputs(unittest.TestCase):
         run = subprocess.Popen([PROGRAM, *args, "fifo"], stdout=subprocess.DEVNULL, **options)
         return run, open("fifo", "wb", buffering=0)
 
-    def test_signals(self):
-        for number, end in ((signal.SIGKILL, []), (signal.SIGINT, ["PID-NDAT", "signal"])):
-            run, fifo = self.start(*self.both, stderr=subprocess.DEVNULL)
+    def test_what_ends_a_run_leaves_the_old_files(self):
+        for name in ("jsonl", "html", "live"):
+            pathlib.Path(name).write_text("old\n")
+        names = sorted(os.listdir())
+        numbers = (signal.SIGKILL, signal.SIGHUP, signal.SIGQUIT, signal.SIGABRT, signal.SIGINT)
+        for n, number in enumerate(numbers, 1):
+            with open("live", "ab") as live:
+                run, fifo = self.start(f"--json=/dev/fd/{live.fileno()}", *self.both[1:],
+                                       stderr=subprocess.DEVNULL, pass_fds=[live.fileno()])
             with fifo:
-                fifo.write(DAMAGED)
+                fifo.write(DAMAGED + NO_PCR * (number == signal.SIGABRT))
                 until = time.monotonic() + 20
-                while self.files()[0].count(b"CC-BRK") < 2 and time.monotonic() < until:
+                while pathlib.Path("live").read_text().count("CC-BRK") < 2 * n:
+                    self.assertLess(time.monotonic(), until)
                     time.sleep(0.01)
-                run.send_signal(number)
-            run.wait()
+                if number != signal.SIGABRT:
+                    run.send_signal(number)
+            self.assertEqual(run.wait(), 0 if number == signal.SIGINT else -number)
             os.remove("fifo")
-            found = [r.get("kind", r.get("end")) for r in self.records()]
-            self.assertEqual(found, [None, "CC-BRK", "PMT-DIFF", "CC-BRK", *end])
+            self.assertEqual(sorted(os.listdir()), names)
+            self.assertEqual(pathlib.Path("html").read_text() == "old\n", number != signal.SIGINT)
+        first, *lines = pathlib.Path("live").read_text().splitlines()
+        told = [record.get("kind", record.get("end")) for record in map(json.loads, lines)]
+        killed = [None, "CC-BRK", "PMT-DIFF", "CC-BRK"]
+        aborted = killed + ["PMT-DIFF"]
+        self.assertEqual(told, killed * 3 + aborted + killed + ["PID-NDAT", "signal"])
+        self.assertEqual(pathlib.Path("jsonl").read_text(), "old\n")
+
+    def test_where_outputs_go(self):
+        self.korva(*self.both, "damaged.ts")
+        whole, page = self.files()
+        pathlib.Path("kept").write_bytes(b"x" * 100_000)
+        os.chmod("kept", 0o640)
+        os.mkdir("dir")
+        os.symlink("../kept", "dir/link")
+        os.symlink("dir/link", "link")
+        os.symlink("dir/new", "dangling")
+        for path in ("link", "dangling"):
+            self.assertEqual(self.korva("--json=" + path, *self.both[2:], "damaged.ts").returncode, 0)
+            self.assertTrue(os.path.islink(path))
+            self.assertEqual(pathlib.Path(path).read_bytes(), whole)
+        self.assertEqual(os.stat("kept").st_mode & 0o777, 0o640)
+        for target, redirection in (("-", ">>"), ("/dev/stdout", ">"), ("/dev/fd/7", "7>>")):
+            pathlib.Path("log").write_bytes(b"before\n")
+            before = b"" if redirection == ">" else b"before\n"
+            subprocess.run(["sh", "-c", f'exec "$0" --json={target} "$@" {redirection}log', PROGRAM,
+                            *self.both[2:], "damaged.ts"], stderr=subprocess.DEVNULL, check=True,
+                           stdout=subprocess.DEVNULL)
+            self.assertEqual(pathlib.Path("log").read_bytes(), before + whole)
+        os.mkfifo("fifo")
+        with subprocess.Popen([PROGRAM, "--json=fifo", *self.both[2:], "damaged.ts"],
+                              stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL):
+            self.assertEqual(pathlib.Path("fifo").read_bytes(), whole)
+        # Full is a disk when a file can have no more bytes.
+        full = dict(preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (5000, 5000)))
+        for path in ("jsonl", "html"):
+            pathlib.Path(path).write_text("old")
+        run = self.korva(*self.both, "damaged.ts", **full)
+        self.assertEqual(pathlib.Path("html").read_text(), "old")
+        if run.returncode >= 0:  # the signal was ignored
+            self.assertEqual((run.returncode, self.records()[-1]["status"]), (2, 2))
+
+    def test_outputs_spare_what_the_run_uses(self):
+        os.link("damaged.ts", "hard.ts")
+        os.symlink("damaged.ts", "soft.ts")
+        settings = "vnt: { stream_analyzer: { enabled = true; }; };"
+        pathlib.Path("set").write_text(settings)
+        pathlib.Path("log").write_text("log")
+        before = {name: pathlib.Path(name).read_bytes() for name in os.listdir()}
+        for why, command in {
+            "it is the file to analyze": "--json=hard.ts damaged.ts",
+            "it is a settings file": "--report=./set -C set damaged.ts",
+            "it is the file of --json": "--json=new --report=./new damaged.ts",
+            "it is standard output": "--json=log damaged.ts >>log",
+            "it is standard error": "--report=log damaged.ts 2>>log",
+            "standard output has the alerts": "--json=- -a on damaged.ts",
+            "File name too long": "--json=" + "x" * 300 + " damaged.ts",
+            "longer than 255 bytes": "--exit-alerts " + "./" * 130 + "damaged.ts",
+            "Bad file descriptor": "--report=/dev/fd/0 damaged.ts <clean.ts",
+            "No such file": "--json=none/x damaged.ts",
+        }.items():
+            run = subprocess.run(["sh", "-c", f'"$0" {command}', PROGRAM], capture_output=True,
+                                 stdin=subprocess.DEVNULL)
+            log = pathlib.Path("log").read_text()
+            self.assertEqual(run.returncode, 2, command)
+            self.assertIn(why, run.stderr.decode() + log)
+            pathlib.Path("log").write_text("log")
+            left = {name: pathlib.Path(name).read_bytes() for name in os.listdir()}
+            self.assertEqual(left, before, command)
+
+    # Each allocation in turn, and all from one on.
+    @unittest.skipUnless(FAULTS, "a sanitizer has its own calls of the C library")
+    def test_every_refused_allocation_is_survived(self):
+        classic = re.compile(rb"tsan_stats BEGIN.*tsan_stats END", re.S)
+        whole = classic.search(self.korva("damaged.ts").stderr)[0]
+        for fault in ("FAIL_ALLOC", "FAIL_ALLOCS"):
+            incomplete = 0
+            for n in range(20, 160, 3 if fault == "FAIL_ALLOC" else 7):
+                env = {**os.environ, "LD_PRELOAD": str(*FAULTS), fault: str(n)}
+                run = self.korva(*self.both, "damaged.ts", env=env)
+                self.assertEqual(run.returncode, 0, run)
+                told = classic.search(run.stderr)[0]
+                report, page = self.records()[-1], pathlib.Path("html").read_text()
+                self.assertTrue(page.endswith("</html>\n"))
+                if "This page is incomplete" in page:
+                    incomplete += 1
+                    self.assertTrue(told == whole or b"ERROR(12)" in run.stderr)
+                elif fault == "FAIL_ALLOCS":
+                    self.assertFalse(report["incomplete"])
+            self.assertGreater(incomplete, 10)
 
     def test_progress_line(self):
         try:

@@ -1,6 +1,8 @@
 // Preloaded into the program under test: lets chosen calls of the C library fail.
 //
 //   FAIL_CALLOC=n   the n-th calloc (1-based) is refused
+//   FAIL_ALLOC=n    the n-th of all allocations (new among them) is refused
+//   FAIL_ALLOCS=n   so are all from the n-th on
 //   FAIL_READ=n     read(2) fails with EIO from the n-th call on, and gives less than asked before
 
 #include <dlfcn.h>
@@ -10,6 +12,8 @@
 #include <cerrno>
 #include <cstdlib>
 
+extern "C" void *__libc_malloc(size_t size);
+extern "C" void *__libc_realloc(void *old, size_t size);
 extern "C" void *__libc_calloc(size_t count, size_t size);
 
 // 0: none fails.
@@ -18,11 +22,30 @@ static long from_env(const char *name) {
   return text ? atol(text) : 0;
 }
 
+// Counts an allocation of any kind; true: it is refused.
+static bool is_refused() {
+  static const long one = from_env("FAIL_ALLOC"), all_from = from_env("FAIL_ALLOCS");
+  static long allocations;
+  ++allocations;
+  const bool refused = allocations == one || (all_from != 0 && allocations >= all_from);
+  if (refused)
+    errno = ENOMEM;
+  return refused;
+}
+
+extern "C" void *malloc(size_t size) {
+  return is_refused() ? nullptr : __libc_malloc(size);
+}
+
+extern "C" void *realloc(void *old, size_t size) {
+  return is_refused() ? nullptr : __libc_realloc(old, size);
+}
+
 extern "C" void *calloc(size_t count, size_t size) {
   static const long failing = from_env("FAIL_CALLOC");
   static long callocs;
   if (++callocs != failing)
-    return __libc_calloc(count, size);
+    return is_refused() ? nullptr : __libc_calloc(count, size);
   errno = ENOMEM;
   return nullptr;
 }

@@ -149,7 +149,7 @@ void clock_estimated_knot(stream_clock &clock, uint64_t packet) {
 }
 
 double clock_line(const stream_clock &clock, uint64_t packet) {
-  const time_base &from = clock.before, &to = clock.now;
+  const clock_base &from = clock.before, &to = clock.now;
   if (packet <= from.packet)
     return from.t;
   if (packet >= to.packet)

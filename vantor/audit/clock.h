@@ -25,7 +25,7 @@ inline int64_t wrapped_step(int64_t to, int64_t from, int64_t modulo) {
 }
 
 // What estimates stand on: the last knot and what is known of the rate there.
-struct time_base {
+struct clock_base {
   uint64_t packet = 0; // of the knot
   double t = 0;        // its time, s
   double rate = 0;     // s per packet of the whole stream, 0 before the clock runs
@@ -34,7 +34,7 @@ struct time_base {
 };
 
 // `ahead`: s by which decoding times have moved on since the knot, at that packet.
-inline double estimate(const time_base &base, uint64_t packet, double ahead) {
+inline double estimate(const clock_base &base, uint64_t packet, double ahead) {
   const double by_rate = base.rate * static_cast<double>(packet - base.packet);
   if (base.is_steady)
     return base.t + by_rate;
@@ -60,8 +60,8 @@ struct dts_track {
 
 struct stream_clock {
   bool runs = false;
-  time_base now;    // the last knot
-  time_base before; // the one before it
+  clock_base now;    // the last knot
+  clock_base before; // the one before it
   bool knot_has_pcr = false;
   uint64_t knots = 0;
   uint64_t start = 0;         // packet in which time is 0

@@ -1,26 +1,12 @@
-// Text of an HTML page under construction.
+// Text of an HTML page on its way to a file.
 #pragma once
 
-#include <cstdint>
-#include <string>
-#include <string_view>
+#include "outputs/text_out.h"
 
-struct html_text {
-  std::string text;
-
-  // Markup of our own, formatted; no argument may hold text of the user or of the stream.
-  [[gnu::format(printf, 2, 3)]] void put(const char *format, ...);
+struct html_text : text_out {
+  using text_out::text_out;
 
   // Foreign text: escaped, and what is no UTF-8 or no character that a page may have reads as
-  // U+FFFD.
+  // U+FFFD. Everything else on a page is markup of our own.
   void put_escaped(std::string_view foreign);
 };
-
-// "1 234 567", with blanks at which no line breaks.
-std::string grouped(uint64_t number);
-
-// "1.4 GB"
-std::string size_text(uint64_t bytes);
-
-// "1:02:03" or "2:03", with milliseconds when `ms_digits`.
-std::string clock_text(uint64_t ms, bool ms_digits);

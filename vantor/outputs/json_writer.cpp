@@ -1,79 +1,80 @@
 #include "outputs/json_writer.h"
 
-#include <algorithm>
 #include <cstring>
 
-#include <nlohmann/json.hpp>
-
-#include "meta/app_info.h"
-#include "tsa/config.h"
-
-using json = nlohmann::ordered_json;
+#include "outputs/checks.h"
+#include "outputs/json_text.h"
 
 namespace {
 
-enum { SCHEMA_VERSION = 1 };
-
+constexpr int SCHEMA_VERSION = 1;
 constexpr double CLOCK_HZ = 90000;
 
-constexpr const char *measure_names[] = {"pcr_interval", "stamp_to_pcr", "audio_to_ref"};
+constexpr const char *sample_names[] = {"pcr_interval", "stamp_to_pcr", "audio_to_ref"};
+constexpr const char *measure_names[] = {"pcr_interval", "pts_to_pcr", "dts_to_pcr", "pts_skew",
+                                         "dts_skew"};
 
-// Paths and tags are bytes: what is no UTF-8 reads as U+FFFD.
-void put(output_file &out, const json &record) {
-  out.write(record.dump(-1, ' ', false, json::error_handler_t::replace) + '\n');
-}
-
-json or_null(bool is_there, const json &value) {
-  return is_there ? value : json(nullptr);
-}
-
-void add_counters(json &r, const tsan_alert &a) {
+void put_counters(json_text &r, const tsan_alert &a) {
   if (a.kind == TSAN_CC_RST)
-    r["elapsed_ms"] = a.elapsed_ms;
-  r["dgram"] = a.dgram;
-  r["last_cc"] = a.last_cc;
-  r["current_cc"] = a.current_cc;
+    r.field("elapsed_ms", a.elapsed_ms);
+  r.field("dgram", a.dgram);
+  r.field("last_cc", a.last_cc);
+  r.field("current_cc", a.current_cc);
 }
 
-void add_stamps(json &r, const tsan_alert &a) {
-  r["stamp_kind"] = a.is_pts ? "pts" : "dts";
-  r["stamp"] = a.stamp;
-  r["pcr"] = a.pcr;
+void put_stamps(json_text &r, const tsan_alert &a) {
+  r.field("stamp_kind", a.is_pts ? "pts" : "dts");
+  r.field("stamp", a.stamp);
+  r.field("pcr", a.pcr);
   if (a.kind == TSAN_PCR_DELTA) {
-    r["pcr_pid"] = a.pcr_pid;
+    r.field("pcr_pid", a.pcr_pid);
   } else {
-    r["ref_pid"] = a.ref_pid;
-    r["ref_stamp"] = a.ref_stamp;
+    r.field("ref_pid", a.ref_pid);
+    r.field("ref_stamp", a.ref_stamp);
   }
-  r["delta_ms"] = a.delta_ms;
+  r.field("delta_ms", a.delta_ms);
 }
 
 // The fields that a kind has of its own.
-void add_fields(json &r, const tsan_alert &a) {
+void put_fields(json_text &r, const tsan_alert &a) {
   switch (a.kind) {
   case TSAN_CC_BRK:
   case TSAN_CC_RST:
-    return add_counters(r, a);
+    put_counters(r, a);
+    break;
   case TSAN_CC_MLR:
-    return r.update({{"dgram", a.dgram}, {"count", a.count}});
+    r.field("dgram", a.dgram);
+    r.field("count", a.count);
+    break;
   case TSAN_PCR_DELTA:
   case TSAN_AV_DELTA0:
   case TSAN_AV_DELTA_PLUS:
-    return add_stamps(r, a);
+    put_stamps(r, a);
+    break;
   case TSAN_PCR_FREQ:
-    return r.update(
-        {{"pcr_pid", a.pcr_pid}, {"old_pcr", a.old_pcr}, {"pcr", a.pcr}, {"delta_ms", a.delta_ms}});
+    r.field("pcr_pid", a.pcr_pid);
+    r.field("old_pcr", a.old_pcr);
+    r.field("pcr", a.pcr);
+    r.field("delta_ms", a.delta_ms);
+    break;
   case TSAN_PAT_DIFF:
-    return r.update({{"added", a.added}, {"deleted", a.deleted}, {"programs", a.programs}});
+    r.field("added", a.added);
+    r.field("deleted", a.deleted);
+    r.field("programs", a.programs);
+    break;
   case TSAN_PMT_DIFF:
-    return r.update(
-        {{"old_tracks", a.old_tracks}, {"new_tracks", a.new_tracks}, {"pcr_pid", a.pcr_pid}});
+    r.field("old_tracks", a.old_tracks);
+    r.field("new_tracks", a.new_tracks);
+    r.field("pcr_pid", a.pcr_pid);
+    break;
   case TSAN_PID_NDAT:
-    return r.update({{"track", a.track}});
+    r.field("track", a.track);
+    break;
   case TSAN_LOST_SYNC:
-    return r.update({{"count", a.count}});
+    r.field("count", a.count);
+    break;
   default:
-    return;
+    break;
   }
 }
 
@@ -81,105 +82,184 @@ bool has_pid(tsan_alert_kind kind) {
   return kind != TSAN_CC_MLR && kind != TSAN_PAT_DIFF && kind < TSAN_LOST_SYNC;
 }
 
-json measure(tsan_sample_kind kind, const measure_sum &sum) {
+void put_number(json_text &r, const listed_pmt *pmt) {
+  r.field_if(pmt != nullptr, "program_number", pmt ? pmt->program_number : 0);
+}
+
+void put_measure(json_text &r, const char *name, const measure_sum &sum, size_t limit) {
   const bool any = sum.count != 0;
-  const double avg = any ? static_cast<double>(sum.total) / static_cast<double>(sum.count) : 0;
-  return {{"limit_ms", or_null(measure_limit_ms(kind) != 0, measure_limit_ms(kind))},
-          {"count", sum.count},
-          {"total_ms", sum.total},
-          {"min_ms", or_null(any, sum.min)},
-          {"avg_ms", or_null(any, avg)},
-          {"max_ms", or_null(any, sum.max)}};
+  r.begin_object(name);
+  r.field_if(limit != 0, "limit_ms", limit);
+  r.field("count", sum.count);
+  r.field("total_ms", sum.total);
+  r.field_if(any, "min_ms", sum.min);
+  r.field_if(any, "avg_ms", any ? sum.average() : 0);
+  r.field_if(any, "max_ms", sum.max);
+  r.end_object();
 }
 
-json stream_of(tsan_t ctx, size_t program, size_t stream) {
-  const auto st = stats_of(ctx, program, stream);
-  return {{"pid", st.pid},   {"kind", std::string(1, st.kind)}, {"type", st.type},
-          {"name", st.name}, {"processed", st.processed},       {"analyzed", st.analyzed}};
+// As the checks have them, without a sign, and as the page does.
+void put_measures(json_text &r, const checked_run &run, size_t program) {
+  r.begin_object("measures");
+  for (size_t i = 0; i < TSAN_SAMPLE_KINDS; ++i)
+    put_measure(r, sample_names[i], run.data.checked[program][i],
+                limit_ms(run.settings, static_cast<tsan_sample_kind>(i)));
+  for (size_t i = PTS_TO_PCR; i < MEASURES; ++i)
+    put_measure(r, measure_names[i], run.data.sums[program][i],
+                limit_ms(run.settings, sample_kind_of(static_cast<measure>(i))));
+  r.end_object();
 }
 
-json program_of(tsan_t ctx, size_t program, const report_data &data) {
-  const auto st = stats_of(ctx, program);
-  json r = {{"program", program},
-            {"pmt_pid", st.pmt_pid},
-            {"pcr_pid", st.pcr_pid},
-            {"packets",
-             {{"processed", st.processed},
-              {"analyzed", st.analyzed},
-              {"video", st.video},
-              {"audio", st.audio},
-              {"other", st.other}}},
-            {"alerts",
-             {{"CC-BRK", st.cc_brk},
-              {"CC-RST", st.cc_rst},
-              {"PCR-DELTA", st.pcr_delta},
-              {"AV-DELTA0", st.av_delta0},
-              {"AV-DELTA+", st.av_delta_plus},
-              {"PCR-FREQ", st.pcr_freq},
-              {"PMT-DIFF", st.pmt_diff},
-              {"PID-NDAT", st.pid_ndat}}}};
-  for (size_t kind = 0; kind < TSAN_SAMPLE_KINDS; ++kind)
-    r["measures"][measure_names[kind]] =
-        measure(static_cast<tsan_sample_kind>(kind), data.sums[program][kind]);
-  r["streams"] = json::array();
+void put_stream(json_text &r, const tsan_stream_stats &st) {
+  r.begin_object();
+  r.field("pid", st.pid);
+  r.field("kind", std::string_view(&st.kind, 1));
+  r.field("type", st.type);
+  r.field("name", st.name);
+  r.field("processed", st.processed);
+  r.field("analyzed", st.analyzed);
+  r.end_object();
+}
+
+void put_program_alerts(json_text &r, const tsan_program_stats &st) {
+  r.begin_object("alerts");
+  r.field("CC-BRK", st.cc_brk);
+  r.field("CC-RST", st.cc_rst);
+  r.field("PCR-DELTA", st.pcr_delta);
+  r.field("AV-DELTA0", st.av_delta0);
+  r.field("AV-DELTA+", st.av_delta_plus);
+  r.field("PCR-FREQ", st.pcr_freq);
+  r.field("PMT-DIFF", st.pmt_diff);
+  r.field("PID-NDAT", st.pid_ndat);
+  r.end_object();
+}
+
+void put_reason(json_text &r, const char *key, const reason_text &why) {
+  r.field_if(!why.is_empty(), key, why.text);
+}
+
+void put_program(json_text &r, const checked_run &run, size_t program) {
+  const auto st = stats_of(run.ctx, program);
+  r.begin_object();
+  r.field("program", program);
+  put_number(r, pmt_of(run.seen, run.ctx, program));
+  r.field("pmt_pid", st.pmt_pid);
+  r.field("pcr_pid", st.pcr_pid);
+  put_reason(r, "not_checked", why_unchecked(run, program));
+  r.begin_object("packets");
+  r.field("processed", st.processed);
+  r.field("analyzed", st.analyzed);
+  r.field("video", st.video);
+  r.field("audio", st.audio);
+  r.field("other", st.other);
+  r.end_object();
+  put_program_alerts(r, st);
+  put_measures(r, run, program);
+  r.begin_array("streams");
   for (size_t i = 0; i < st.streams; ++i)
-    r["streams"].push_back(stream_of(ctx, program, i));
-  return r;
+    put_stream(r, stats_of(run.ctx, program, i));
+  r.end_array();
+  r.end_object();
+}
+
+void put_checks(json_text &r, const checked_run &run) {
+  r.begin_array("checks");
+  for (const tsan_alert_kind kind : checked_kinds) {
+    const check_report check = report_check(run, kind);
+    r.begin_object();
+    r.field("check", tsan_alert_name(kind));
+    r.field("state", check_state_name(check.state));
+    r.field("looked_at", check.looked_at);
+    r.field("unit", check.unit);
+    r.field_if(check.limit_ms != 0, "limit_ms", check.limit_ms);
+    put_reason(r, "reason", check.reason);
+    r.end_object();
+  }
+  r.end_array();
+}
+
+void put_packets(json_text &r, const tsan_stats &st) {
+  r.begin_object("packets");
+  r.field("processed", st.processed);
+  r.field("analyzed", st.analyzed);
+  r.field("start_skipped", st.start_skipped);
+  r.end_object();
+}
+
+void put_rest(json_text &r, const capture_rest &rest) {
+  r.field_if(rest.is_known, "unread_bytes", rest.bytes);
+  if (rest.grid.packet_size == 0)
+    return r.null("looks_like");
+  r.begin_object("looks_like");
+  r.field("packet_size", rest.grid.packet_size);
+  r.field("offset", rest.grid.offset);
+  r.end_object();
+}
+
+void put_unreadable(output_file &out, const checked_run &run) {
+  json_text r(out);
+  r.field("record", "alert");
+  r.field("kind", run.result.end == run_end::cannot_open ? "CANNOT-OPEN" : "READ-FAILED");
+  r.null("program");
+  r.null("pid");
+  r.field("packet", tsan_get_pidx(run.ctx));
+  r.null("offset");
+  r.null("time");
+  r.seconds("stream_time", run.duration);
+  r.field("errno", run.result.file_errno);
+  r.field("message", strerror(run.result.file_errno));
 }
 
 } // namespace
 
-void json_header(output_file &out) {
-  put(out, {{"record", "header"},
-            {"schema", SCHEMA_VERSION},
-            {"generator", get_custom_app_info(g_app_name, g_app_descr, nullptr)},
-            {"file", g_cfg.fpath},
-            {"source", g_cfg.tsa.source},
-            {"first_packet", std::max<off_t>(g_cfg.start_rec, 1)},
-            {"max_packets", or_null(g_cfg.max_records != 0, g_cfg.max_records)}});
+void json_header(output_file &out, const run_request &request) {
+  json_text r(out);
+  r.field("record", "header");
+  r.field("schema", SCHEMA_VERSION);
+  r.field("generator", request.generator);
+  r.field("file", request.file);
+  r.field("source", request.source);
+  r.field("first_packet", request.first_packet);
+  r.field_if(request.max_packets != 0, "max_packets", request.max_packets);
 }
 
-void json_alert(output_file &out, const tsan_alert &a) {
-  const bool has_pcr = a.last_pcr != 0;
-  json r = {{"record", "alert"},
-            {"kind", tsan_alert_name(a.kind)},
-            {"program", or_null(a.program >= 0, a.program)},
-            {"pid", or_null(has_pid(a.kind), a.pid)},
-            {"packet", a.pkt_idx},
-            {"offset", or_null(a.pkt_idx != 0, packet_offset(a.pkt_idx))},
-            {"time", or_null(has_pcr, static_cast<double>(a.last_pcr) / CLOCK_HZ)},
-            {"tag", a.ptag}};
-  add_fields(r, a);
-  put(out, r);
+void json_alert(output_file &out, const run_request &request, const tsan_alert &a, double time,
+                const listed_pmt *pmt) {
+  json_text r(out);
+  r.field("record", "alert");
+  r.field("kind", tsan_alert_name(a.kind));
+  r.field_if(a.program >= 0, "program", a.program);
+  put_number(r, pmt);
+  r.field_if(has_pid(a.kind), "pid", a.pid);
+  r.field("packet", a.pkt_idx);
+  r.field_if(a.pkt_idx != 0, "offset", packet_offset(request, a.pkt_idx));
+  r.field_if(a.last_pcr != 0, "time", static_cast<double>(a.last_pcr) / CLOCK_HZ);
+  r.seconds("stream_time", time);
+  r.field("tag", a.ptag);
+  put_fields(r, a);
 }
 
-void json_unreadable(output_file &out, const run_info &run) {
-  put(out, {{"record", "alert"},
-            {"kind", run.end == run_end::cannot_open ? "CANNOT-OPEN" : "READ-FAILED"},
-            {"program", nullptr},
-            {"pid", nullptr},
-            {"packet", tsan_get_pidx(run.ctx)},
-            {"offset", nullptr},
-            {"time", nullptr},
-            {"errno", run.file_errno},
-            {"message", strerror(run.file_errno)}});
-}
-
-void json_report(output_file &out, const run_info &run, const report_data &data) {
-  const auto st = stats_of(run.ctx);
-  json r = {{"record", "report"},
-            {"end", run_end_name(run.end)},
-            {"status", run.status},
-            {"bytes", run.bytes},
-            {"records", run.records},
-            {"packets",
-             {{"processed", st.processed},
-              {"analyzed", st.analyzed},
-              {"start_skipped", st.start_skipped}}}};
+void json_end(output_file &out, const checked_run &run) {
+  if (is_unreadable(run.result.end))
+    put_unreadable(out, run);
+  json_text r(out);
+  r.field("record", "report");
+  r.field("end", run_end_name(run.result.end));
+  r.field("status", run.result.status);
+  r.field("bytes", run.result.bytes);
+  r.field("records", run.result.records);
+  put_packets(r, stats_of(run.ctx));
+  r.seconds("duration", run.duration);
+  put_rest(r, run.rest);
+  put_reason(r, "not_checked", why_unchecked(run));
+  r.field("incomplete", run.is_incomplete);
+  put_checks(r, run);
+  r.begin_object("alerts");
   for (size_t kind = 0; kind < TSAN_ALERT_KINDS; ++kind)
-    r["alerts"][tsan_alert_name(static_cast<tsan_alert_kind>(kind))] = data.alerts[kind];
-  r["programs"] = json::array();
-  for (size_t i = 0; i < st.programs; ++i)
-    r["programs"].push_back(program_of(run.ctx, i, data));
-  put(out, r);
+    r.field(tsan_alert_name(static_cast<tsan_alert_kind>(kind)), run.data.alerts[kind]);
+  r.end_object();
+  r.begin_array("programs");
+  for (size_t i = 0; i < stats_of(run.ctx).programs; ++i)
+    put_program(r, run, i);
+  r.end_array();
 }

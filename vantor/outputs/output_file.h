@@ -1,7 +1,15 @@
 // A file that is written beside the logs, in whole pieces.
+//
+// A file gets its name, or its new content, only when all of it is there: until then the old one
+// stays, whatever ends the program. A pipe, a device and a descriptor that the program was started
+// with are written as they stand, piece by piece.
 #pragma once
 
 #include <string_view>
+
+#include <sys/types.h>
+
+#include "outputs/output_place.h"
 
 class output_file {
 public:
@@ -10,19 +18,29 @@ public:
   output_file &operator=(const output_file &) = delete;
   ~output_file();
 
-  // Creates the file at `path`, or empties the one there, unless that is the file at `input`, which
-  // would be lost. Returns 0, or the errno of the failure (EEXIST for the input).
-  int open(const char *path, const char *input);
+  // Opens what is at `place`, or finds room for a new file there. Returns 0, or an errno.
+  int open(const output_place &place);
 
   bool is_open() const { return fd != -1; }
 
   // Hands all of `text` to the system before it returns. After a failure nothing more is written.
   void write(std::string_view text);
 
-  // Returns 0, or the errno of the first failure of a write or of the closing itself.
-  int close();
+  // The errno of the first failure so far, or 0.
+  int error() const { return failure; }
+
+  // Closes the file, which is whole. Returns 0, or the errno of the first failure; the old file is
+  // still there then.
+  int complete();
 
 private:
-  int fd = -1;
+  int open_descriptor(int number);
+  int open_draft();
+  int publish();
+
+  int fd = -1; // of the pipe, device or descriptor; else of a draft without a name
   int failure = 0;
+  bool is_draft = false, replaces = false;
+  mode_t mode = 0; // of the file that is replaced
+  char target[PATH_MAX] = {};
 };

@@ -1,45 +1,66 @@
 #include "outputs/outputs.h"
 
+#include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <new>
 
+#include "outputs/exit_status.h"
 #include "outputs/json_writer.h"
 #include "outputs/report_html.h"
-#include "tsa/config.h"
-#include "tsa/exit_status.h"
 
 namespace {
 
-int create(output_file &out, const char *path) {
-  const int err = path ? out.open(path, g_cfg.fpath) : 0;
+// Reports a failure; true when there was none.
+bool succeeded(int err, const char *what, const char *path) {
   if (err != 0)
-    fprintf(stderr, "Cannot create [%s]: %s\n", path, strerror(err));
-  return err == 0 ? 0 : -1;
+    fprintf(stderr, "Cannot %s [%s]: %s\n", what, path, strerror(err));
+  return err == 0;
 }
 
-// True when the whole file was written.
-bool complete(output_file &out, const char *path) {
-  const int err = out.close();
-  if (err != 0)
-    fprintf(stderr, "Cannot write [%s]: %s\n", path, strerror(err));
-  return err == 0;
+enum : size_t { RESERVE = 256 << 10 }; // bytes
+
+bool create(output_file &out, const char *path, const output_place &place) {
+  return !path || succeeded(out.open(place), "create", path);
 }
 
 } // namespace
 
-int outputs::open() {
-  exit = g_cfg.exit;
-  if (create(json, g_cfg.json_path) != 0 || create(page, g_cfg.report_path) != 0)
+// Does what may need memory, until that is refused.
+template <typename Work> void outputs::collect(Work work) {
+  if (is_incomplete)
+    return;
+  try {
+    work();
+  } catch (const std::bad_alloc &) {
+    is_incomplete = true;
+    reserve.reset();
+  }
+}
+
+int outputs::open(const output_settings &settings, const run_request &asked,
+                  const tsan_config &checked) {
+  wanted = &settings;
+  request = &asked;
+  checks = &checked;
+  exit = settings.exit;
+  if (!create(json, settings.json_path, settings.json) ||
+      !create(page, settings.report_path, settings.report))
     return -1;
-  data = report_data(g_cfg.tsa.is_enabled);
   if (json.is_open())
-    json_header(json);
+    json_header(json, asked);
   return 0;
 }
 
-void outputs::listen(tsan_t ctx) {
-  if (!collects() && !exit.is_on() && !g_cfg.progress)
+void outputs::listen(tsan_t analyzer) {
+  ctx = analyzer;
+  if (!wanted->any())
     return;
+  if (collects())
+    collect([&] {
+      reserve.reset(new char[RESERVE]);
+      watch = std::make_unique<packet_watch>();
+    });
   const tsan_readout readout = {.size = sizeof readout,
                                 .opaque = this,
                                 .on_alert = on_alert,
@@ -48,30 +69,102 @@ void outputs::listen(tsan_t ctx) {
   tsan_set_readout(ctx, &readout);
 }
 
+void outputs::list_streams() {
+  watch->time.forget_streams();
+  for (size_t i = 0; i < stats_of(ctx).programs; ++i)
+    for (size_t j = 0; j < stats_of(ctx, i).streams; ++j)
+      if (const auto stream = stats_of(ctx, i, j); stream.kind != 'S')
+        watch->time.list_stream(stream.pid);
+}
+
+void outputs::packet(const uint8_t *bytes) {
+  const ts_pkt pkt = ts_read(bytes);
+  if (!ts_in_sync(pkt))
+    return;
+  if (watch->tables.packet(pkt)) [[unlikely]]
+    list_streams();
+  watch->time.packet(pkt, tsan_get_pidx(ctx));
+}
+
+const listed_pmt *outputs::pmt_of_program(int program) const {
+  return watch && program >= 0 ? pmt_of(&watch->tables, ctx, static_cast<size_t>(program))
+                               : nullptr;
+}
+
+double outputs::time_of(uint64_t packet) {
+  return watch ? watch->time.of(packet) : NAN;
+}
+
 void outputs::on_alert(void *self, const tsan_alert *alert) {
   auto &to = *static_cast<outputs *>(self);
   to.exit.alert(*alert);
-  to.line.alert(*alert);
+  to.line.count_alert();
+  if (!to.collects())
+    return;
+  const double time = to.time_of(alert->pkt_idx);
   if (to.json.is_open())
-    json_alert(to.json, *alert);
-  if (to.collects())
-    to.data.alert(*alert);
+    json_alert(to.json, *to.request, *alert, time, to.pmt_of_program(alert->program));
+  to.data.count(*alert);
+  to.collect([&] { to.data.place(*alert, time); });
 }
 
 void outputs::on_sample(void *self, const tsan_sample *sample) {
-  static_cast<outputs *>(self)->data.sample(*sample);
+  auto &to = *static_cast<outputs *>(self);
+  to.data.count(*sample);
+  to.collect([&] { to.data.place(*sample, to.time_of(sample->pkt_idx)); });
 }
 
-int outputs::finish(run_info run) {
-  const bool unreadable = is_unreadable(run.end);
-  run.status = exit.status(run.status, unreadable);
-  if (json.is_open() && unreadable)
-    json_unreadable(json, run);
-  if (json.is_open())
-    json_report(json, run, data);
-  if (page.is_open())
-    page.write(report_page(run, data));
-  const bool json_done = complete(json, g_cfg.json_path);
-  const bool page_done = complete(page, g_cfg.report_path);
-  return json_done && page_done ? run.status : EXIT_STATUS_FAILED;
+capture_rest outputs::rest_of_capture(run_end end) const {
+  if (is_unreadable(end) || end == run_end::failed)
+    return {};
+  const bool is_sync_lost = data.alerts[TSAN_OUT_OF_SYNC] != 0;
+  const uint64_t first_unread = tsan_get_pidx(ctx) + (is_sync_lost ? 0 : 1);
+  return look_behind(request->file, packet_offset(*request, first_unread), is_sync_lost);
+}
+
+bool outputs::write_page(const checked_run &run) {
+  report_page(page, run);
+  return succeeded(page.complete(), "write", wanted->report_path);
+}
+
+// The closing record of JSON tells the status, so it comes when all else has been written. Should
+// it fail itself, the page is written anew, with the status that comes of it.
+int outputs::write_files(checked_run run) {
+  run_result &result = run.result;
+  if (json.is_open() && json.error() != 0)
+    result.status = EXIT_STATUS_FAILED;
+  const bool has_page = page.is_open();
+  if (has_page && !write_page(run))
+    result.status = EXIT_STATUS_FAILED;
+  if (!json.is_open())
+    return result.status;
+  json_end(json, run);
+  if (succeeded(json.complete(), "write", wanted->json_path))
+    return result.status;
+  const bool was_failed = result.status == EXIT_STATUS_FAILED;
+  result.status = EXIT_STATUS_FAILED;
+  if (has_page && !was_failed && page.open(wanted->report) == 0)
+    write_page(run);
+  return result.status;
+}
+
+int outputs::finish(tsan_t analyzer, run_result result) {
+  ctx = analyzer;
+  if (stats_of(ctx).analyzed == 0)
+    exit.nothing_checked();
+  result.status = exit.status(result.status, is_unreadable(result.end));
+  if (!collects())
+    return result.status;
+  const uint64_t packets = tsan_get_pidx(ctx);
+  const double duration = watch ? watch->time.end(packets) : NAN;
+  data.finish(packets, duration);
+  return write_files({.request = *request,
+                      .result = result,
+                      .ctx = ctx,
+                      .settings = *checks,
+                      .data = data,
+                      .seen = watch ? &watch->tables : nullptr,
+                      .rest = rest_of_capture(result.end),
+                      .duration = duration,
+                      .is_incomplete = is_incomplete});
 }

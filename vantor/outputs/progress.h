@@ -6,15 +6,13 @@
 #include <cstdio>
 #include <ctime>
 
-#include "tsanalyze/readout.h"
-
 class progress {
 public:
   // Begins, unless standard error is no terminal. `todo`: bytes to read, 0 = not known. From here
   // to finish(), lines of both logs go through a stream that takes the line off the terminal first.
   void start(uint64_t todo);
 
-  void alert(const tsan_alert &) { ++alerts; }
+  void count_alert() { ++alerts; }
 
   // Tells the bytes read so far; redraws when a tenth of a second has passed.
   void advance(size_t bytes) {

@@ -2,17 +2,16 @@
 
 #include <algorithm>
 #include <cinttypes>
+#include <cstdio>
 
-#include "outputs/run_info.h"
-#include "tsa/config.h"
+#include "outputs/checks.h"
 
 namespace {
 
 // What keeps the page below 1 MB.
 enum : size_t {
   MAX_LANES = 100,
-  LANE_MARKS = 25'600,
-  MAX_DRAWN = 512,
+  LANE_MARKS = 16'384,
 };
 
 constexpr const char *meanings[TSAN_ALERT_KINDS] = {
@@ -31,26 +30,19 @@ constexpr const char *meanings[TSAN_ALERT_KINDS] = {
     "nothing to analyze: the run ended there",
 };
 
-std::string limit_text(size_t ms) {
-  return ms != 0 ? "limit " + grouped(ms) + " ms" : "not checked";
-}
-
-std::string check_text(tsan_alert_kind kind) {
-  const tsan_config &tsa = g_cfg.tsa;
-  switch (kind) {
-  case TSAN_CC_BRK:
-  case TSAN_CC_RST:
-    return tsa.is_enabled && tsa.cc_track ? "checked" : "not checked";
-  case TSAN_PCR_DELTA:
-    return limit_text(tsa.is_enabled ? tsa.max_pcr_delta : 0);
-  case TSAN_AV_DELTA0:
-  case TSAN_AV_DELTA_PLUS:
-    return limit_text(tsa.is_enabled ? tsa.max_pdts_delta : 0);
-  case TSAN_PCR_FREQ:
-    return limit_text(tsa.pcr_freq_ms);
-  default:
-    return "checked";
-  }
+// What was looked at: "1 234 packets", "off", "not checked: no PAT".
+void put_check(html_text &page, const checked_run &run, tsan_alert_kind kind) {
+  if (std::ranges::find(checked_kinds, kind) == std::end(checked_kinds))
+    return;
+  const check_report check = report_check(run, kind);
+  if (check.state == check_state::off)
+    return page.put("off");
+  if (check.limit_ms != 0)
+    page.format("limit %s ms, ", grouped(check.limit_ms).text);
+  if (check.state == check_state::on)
+    return page.format("on, %s %s", grouped(check.looked_at).text, check.unit);
+  page.put("not checked: ");
+  page.put_escaped(check.reason.text);
 }
 
 // Kinds that a file cannot raise are told only when they were.
@@ -59,10 +51,13 @@ bool is_shown(tsan_alert_kind kind, uint64_t count) {
 }
 
 // Whose alerts a lane holds.
-std::string owner_text(int program, uint32_t pid, tsan_alert_kind kind) {
-  if (program < 0)
-    return kind == TSAN_PAT_DIFF ? "PAT" : "stream";
-  return "PID " + std::to_string(pid);
+short_text owner_text(const alert_row &row) {
+  short_text out = {"stream"};
+  if (row.program >= 0)
+    snprintf(out.text, sizeof out.text, "PID %u", row.pid);
+  else if (row.kind == TSAN_PAT_DIFF)
+    out = {"PAT"};
+  return out;
 }
 
 void put_detail(html_text &page, const tsan_alert &a) {
@@ -70,29 +65,31 @@ void put_detail(html_text &page, const tsan_alert &a) {
   switch (a.kind) {
   case TSAN_CC_BRK:
   case TSAN_CC_RST:
-    page.put(a.last_cc == a.current_cc ? "counter %d twice" : "counter %d, then %d", a.last_cc,
-             a.current_cc);
+    if (a.last_cc == a.current_cc)
+      page.format("counter %d twice", a.last_cc);
+    else
+      page.format("counter %d, then %d", a.last_cc, a.current_cc);
     break;
   case TSAN_PCR_DELTA:
-    page.put("%s %" PRIu64 " ms from the PCR", stamp, a.delta_ms);
+    page.format("%s %" PRIu64 " ms from the PCR", stamp, a.delta_ms);
     break;
   case TSAN_AV_DELTA0:
-    page.put("%s less than 1 ms from PID %u", stamp, a.ref_pid);
+    page.format("%s less than 1 ms from PID %u", stamp, a.ref_pid);
     break;
   case TSAN_AV_DELTA_PLUS:
-    page.put("%s %" PRIu64 " ms from PID %u", stamp, a.delta_ms, a.ref_pid);
+    page.format("%s %" PRIu64 " ms from PID %u", stamp, a.delta_ms, a.ref_pid);
     break;
   case TSAN_PCR_FREQ:
-    page.put("%" PRIu64 " ms between PCRs", a.delta_ms);
+    page.format("%" PRIu64 " ms between PCRs", a.delta_ms);
     break;
   case TSAN_PAT_DIFF:
-    page.put("%zu PIDs added, %zu gone, %zu now", a.added, a.deleted, a.programs);
+    page.format("%zu PIDs added, %zu gone, %zu now", a.added, a.deleted, a.programs);
     break;
   case TSAN_PMT_DIFF:
-    page.put("%zu streams, then %zu entries", a.old_tracks, a.new_tracks);
+    page.format("%zu streams, then %zu entries", a.old_tracks, a.new_tracks);
     break;
   case TSAN_PID_NDAT:
-    page.put("stream %zu of the program has no packet", a.track);
+    page.format("stream %zu of the program has no packet", a.track);
     break;
   default:
     break;
@@ -101,17 +98,19 @@ void put_detail(html_text &page, const tsan_alert &a) {
 
 } // namespace
 
-void put_counts(html_text &page, const report_data &data) {
-  page.put("<h2>Checks</h2><div class=scroll><table><tr><th>Alert<th "
-           "class=n>Raised<th>Check<th>Meaning");
+void put_checks(html_text &page, const checked_run &run) {
+  page.put("<h2>Checks</h2><div class=scroll tabindex=0 role=region aria-label=Checks><table><tr>"
+           "<th scope=col>Alert<th scope=col class=n>Raised<th scope=col>Looked at"
+           "<th scope=col>Meaning");
   for (size_t i = 0; i < TSAN_ALERT_KINDS; ++i) {
     const auto kind = static_cast<tsan_alert_kind>(i);
-    const uint64_t count = data.alerts[i];
+    const uint64_t count = run.data.alerts[i];
     if (!is_shown(kind, count))
       continue;
-    page.put("<tr><td>%s<td class=\"n %s\">%s<td>%s<td>%s", tsan_alert_name(kind),
-             count != 0 ? "hit" : "zero", grouped(count).c_str(), check_text(kind).c_str(),
-             meanings[i]);
+    page.format("<tr><td>%s<td class=\"n %s\">%s<td>", tsan_alert_name(kind),
+                count != 0 ? "hit" : "zero", grouped(count).text);
+    put_check(page, run, kind);
+    page.format("<td>%s", meanings[i]);
   }
   page.put("</table></div>");
 }
@@ -120,51 +119,53 @@ void put_timeline(html_text &page, const time_axis &axis, const report_data &dat
   if (data.rows.empty())
     return;
   const size_t lanes = std::min<size_t>(data.rows.size(), MAX_LANES);
-  size_t merged = 1;
-  while (axis.buckets(merged) > std::min<size_t>(MAX_DRAWN, LANE_MARKS / lanes))
-    merged *= 2;
-  page.put("<h2>Alerts over %s</h2>", axis.in_packets ? "packets" : "stream time");
+  page.format("<h2>Alerts over %s</h2>", axis.in_packets ? "packets" : "stream time");
   for (size_t i = 0; i < lanes; ++i) {
     const alert_row &row = data.rows[i];
-    page.put("<div class=lane><div><span>%s <b>%s</b></span><span class=hit>%s</span></div><div>",
-             owner_text(row.program, row.pid, row.kind).c_str(), tsan_alert_name(row.kind),
-             grouped(row.count).c_str());
-    put_strip(page, axis, row, merged);
+    page.format(
+        "<div class=lane><div><span>%s <b>%s</b></span><span class=hit>%s</span></div><div>",
+        owner_text(row).text, tsan_alert_name(row.kind), grouped(row.count).text);
+    put_strip(page, axis, {tsan_alert_name(row.kind), row.program, row.pid, row.kind}, row.marks,
+              LANE_MARKS / lanes);
     page.put("</div></div>");
   }
   page.put("<div class=lane><div></div>");
-  put_time_labels(page, axis, merged);
+  put_time_labels(page, axis);
   page.put("</div>");
   if (lanes < data.rows.size())
-    page.put("<p class=note>%zu more pairs of PID and alert are not drawn.</p>",
-             data.rows.size() - lanes);
+    page.format("<p class=note>%zu more pairs of PID and alert are not drawn.</p>",
+                data.rows.size() - lanes);
   if (data.unplotted != 0)
-    page.put(
+    page.format(
         "<p class=note>%s values came when no room was left to place them; they are counted.</p>",
-        grouped(data.unplotted).c_str());
+        grouped(data.unplotted).text);
 }
 
-void put_list(html_text &page, const time_axis &axis, const report_data &data) {
+void put_list(html_text &page, const time_axis &axis, const checked_run &run) {
+  const report_data &data = run.data;
   if (data.listed.empty())
     return;
   page.put("<h2>Alerts one by one</h2>");
   if (data.total_alerts() > data.listed.size())
-    page.put("<p class=note>The first %zu of each kind.</p>", size_t{MAX_LISTED});
-  page.put("<div class=scroll><table class=list><tr>%s<th>Alert<th class=n>PID<th>What<th "
-           "class=n>Packet<th "
-           "class=n>At byte",
-           axis.in_packets ? "" : "<th class=n>Time");
+    page.format("<p class=note>The first %zu of each kind.</p>", size_t{MAX_LISTED});
+  page.format("<div class=scroll tabindex=0 role=region aria-label=\"Alerts one by one\">"
+              "<table class=list><tr>%s<th scope=col>Alert<th scope=col class=n>PID"
+              "<th scope=col>What<th scope=col class=n>Packet<th scope=col class=n>At byte",
+              axis.in_packets ? "" : "<th scope=col class=n>Time");
   for (const listed_alert &entry : data.listed) {
     const tsan_alert &a = entry.alert;
     page.put("<tr>");
     if (!axis.in_packets)
-      page.put("<td class=n>%s", axis_text(axis, entry.at).c_str());
-    page.put("<td class=k>%s", tsan_alert_name(a.kind));
-    page.put(a.program >= 0 ? "<td class=\"n i\">%u" : "<td>", a.pid);
+      page.format("<td class=n>%s", axis_text(axis, entry.at).text);
+    page.format("<td class=k>%s", tsan_alert_name(a.kind));
+    if (a.program >= 0)
+      page.format("<td class=\"n i\">%u", a.pid);
+    else
+      page.put("<td>");
     page.put("<td class=w>");
     put_detail(page, a);
-    page.put("<td class=\"n p\">%s<td class=\"n b\">%s", grouped(a.pkt_idx).c_str(),
-             a.pkt_idx != 0 ? grouped(packet_offset(a.pkt_idx)).c_str() : "");
+    page.format("<td class=\"n p\">%s<td class=\"n b\">%s", grouped(a.pkt_idx).text,
+                a.pkt_idx != 0 ? grouped(packet_offset(run.request, a.pkt_idx)).text : "");
   }
   page.put("</table></div>");
 }

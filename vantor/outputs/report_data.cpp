@@ -2,110 +2,98 @@
 
 #include <algorithm>
 
+#include "audit/clock.h"
+
 namespace {
 
-enum : uint64_t {
-  CLOCK_MASK = (uint64_t{1} << 33) - 1,
-  TICKS_PER_MS = 90,
-  MAX_STEP = 60'000 * TICKS_PER_MS,
-};
+constexpr int64_t TICKS_PER_MS = 90;
 
-} // namespace
-
-void merge_bucket(bucket &into, const bucket &from) {
-  if (from.count == 0)
-    return;
-  into.min = into.count == 0 ? from.min : std::min(into.min, from.min);
-  into.max = std::max(into.max, from.max);
-  into.count += from.count;
-  into.total += from.total;
-}
-
-// Everything before the first PCR came at time 0.
-template <typename Bucket> static void merge_all(std::vector<Bucket> &buckets) {
+// Everything before the clock began came at time 0.
+template <typename Bucket> void merge_all(std::vector<Bucket> &buckets) {
   for (size_t i = 1; i < buckets.size(); ++i)
     merge_bucket(buckets[0], buckets[i]);
   buckets.resize(std::min<size_t>(buckets.size(), 1));
 }
 
-void measure_sum::add(uint64_t ms) {
-  min = count == 0 ? ms : std::min(min, ms);
-  max = std::max(max, ms);
-  ++count;
-  total += ms;
+int64_t distance_ms(uint64_t to, uint64_t from) {
+  return wrapped_step(static_cast<int64_t>(to), static_cast<int64_t>(from), STAMP_MODULO) /
+         TICKS_PER_MS;
 }
 
-void report_data::halve() {
-  for (series &s : measured)
-    merge_neighbours(s.buckets);
-  for (alert_row &row : rows)
-    merge_neighbours(row.buckets);
-  width *= 2;
+int32_t measured_ms(const tsan_sample &s) {
+  const int64_t ms = s.kind == TSAN_PCR_INTERVAL   ? static_cast<int64_t>(s.ms)
+                     : s.kind == TSAN_STAMP_TO_PCR ? distance_ms(s.stamp, s.pcr)
+                                                   : distance_ms(s.stamp, s.ref_stamp);
+  return static_cast<int32_t>(std::min<int64_t>(ms, INT32_MAX));
+}
+
+} // namespace
+
+measure measure_of(const tsan_sample &s) {
+  if (s.kind == TSAN_PCR_INTERVAL)
+    return PCR_INTERVAL;
+  if (s.kind == TSAN_STAMP_TO_PCR)
+    return s.is_pts ? PTS_TO_PCR : DTS_TO_PCR;
+  return s.is_pts ? PTS_SKEW : DTS_SKEW;
+}
+
+tsan_sample_kind sample_kind_of(measure what) {
+  return what == PCR_INTERVAL ? TSAN_PCR_INTERVAL
+         : what <= DTS_TO_PCR ? TSAN_STAMP_TO_PCR
+                              : TSAN_AUDIO_TO_REF;
 }
 
 void report_data::make_room(uint64_t at) {
-  while (at / width >= MAX_BUCKETS)
-    halve();
+  for (; at / width >= MAX_BUCKETS; width *= 2) {
+    for (series &s : measured)
+      merge_neighbours(s.buckets);
+    for (alert_row &row : rows)
+      merge_neighbours(row.marks);
+  }
   end = std::max(end, at);
 }
 
 void report_data::begin_clock() {
   for (series &s : measured)
     merge_all(s.buckets);
-  for (alert_row &row : rows)
-    merge_all(row.buckets);
+  for (alert_row &row : rows) {
+    merge_all(row.marks);
+    std::ranges::fill(row.marks, 1);
+  }
   for (listed_alert &listed_one : listed)
     listed_one.at = 0;
-  clock_seen = true;
-  now = end = 0;
-  width = FIRST_WIDTH;
+  has_clock = true;
+  end = 0;
+  width = 1;
 }
 
-// Stream time of what happened after `last_pcr` of `program` in packet `pkt_idx`.
-uint64_t report_data::place(int program, uint64_t last_pcr, uint64_t pkt_idx) {
-  const auto index = static_cast<size_t>(program);
-  if (has_clock && program >= 0 && index < MAX_PROGRAMS && last_pcr != 0) {
-    if (!clock_seen)
-      begin_clock();
-    pcr_clock &clock = clocks[index];
-    const uint64_t step = (last_pcr - clock.last_pcr) & CLOCK_MASK;
-    if (!clock.is_started)
-      clock = {.is_started = true, .last_pcr = last_pcr, .ticks = now * TICKS_PER_MS};
-    else if (step <= MAX_STEP)
-      clock.ticks += step;
-    clock.last_pcr = last_pcr;
-    now = std::max(now, clock.ticks / TICKS_PER_MS);
-    make_room(now);
-    return clock.ticks / TICKS_PER_MS;
-  }
-  if (!clock_seen)
-    now = pkt_idx == 0 ? 0 : pkt_idx - 1;
-  make_room(now);
-  return now;
+// The place on the axis of what happened in that packet.
+uint64_t report_data::place_of(double time, uint64_t packet) {
+  if (!std::isnan(time) && !has_clock)
+    begin_clock();
+  uint64_t at = packet;
+  if (has_clock)
+    at = std::isnan(time) ? 0 : whole_ms(time);
+  make_room(at);
+  return at;
 }
 
-template <typename Bucket>
-static Bucket &bucket_at(std::vector<Bucket> &buckets, uint64_t at, uint64_t width) {
-  const auto i = static_cast<size_t>(at / width);
-  if (i >= buckets.size())
-    buckets.resize(i + 1);
-  return buckets[i];
-}
-
-series *report_data::find_series(const tsan_sample &s) {
-  const auto [at, is_new] = series_at.try_emplace({s.program, s.pid, s.kind}, measured.size());
+measured_series *report_data::find_series(const tsan_sample &s) {
+  measured.reserve(MAX_SERIES); // so that what has its place in the map comes to be
+  const measure what = measure_of(s);
+  const auto [at, is_new] = series_at.try_emplace({s.program, s.pid, what}, measured.size());
   if (!is_new)
     return &measured[at->second];
   if (measured.size() >= MAX_SERIES) {
     series_at.erase(at);
     return nullptr;
   }
-  measured.push_back(
-      {.program = s.program, .pid = s.pid, .kind = s.kind, .sum = {}, .values = {}, .buckets = {}});
+  measured.push_back({{}, s.program, s.pid, what});
   return &measured.back();
 }
 
 alert_row *report_data::find_row(const tsan_alert &a) {
+  rows.reserve(MAX_ROWS);
   const auto [at, is_new] = row_at.try_emplace({a.program, a.pid, a.kind}, rows.size());
   if (!is_new)
     return &rows[at->second];
@@ -113,44 +101,46 @@ alert_row *report_data::find_row(const tsan_alert &a) {
     row_at.erase(at);
     return nullptr;
   }
-  rows.push_back({.program = a.program, .pid = a.pid, .kind = a.kind, .buckets = {}});
+  rows.push_back({.program = a.program, .pid = a.pid, .kind = a.kind, .marks = {}});
   return &rows.back();
 }
 
-void report_data::alert(const tsan_alert &a) {
-  // PID-NDAT belongs to the program of the silent stream, the PCR to that of the packet at hand.
-  const int clock_program = a.kind == TSAN_PID_NDAT ? -1 : a.program;
-  const uint64_t at = place(clock_program, a.last_pcr, a.pkt_idx);
-  ++alerts[a.kind];
+void report_data::count(const tsan_sample &s) {
+  if (s.program < 0 || static_cast<size_t>(s.program) >= MAX_PROGRAMS)
+    return;
+  checked[static_cast<size_t>(s.program)][s.kind].add(static_cast<int64_t>(s.ms));
+  sums[static_cast<size_t>(s.program)][measure_of(s)].add(measured_ms(s));
+}
+
+void report_data::place(const tsan_alert &a, double time) {
+  const uint64_t at = place_of(time, a.pkt_idx);
   if (alerts[a.kind] <= MAX_LISTED) {
-    listed.push_back({at, a, a.ptag});
-    listed.back().alert.ptag = nullptr;
+    listed.push_back({at, a});
+    listed.back().alert.ptag = nullptr; // lasts for the call only
   }
   if (alert_row *row = find_row(a)) {
     ++row->count;
-    ++bucket_at(row->buckets, at, width);
+    merge_bucket(bucket_at(row->marks, at, width), at + 1);
   } else {
     ++unplotted;
   }
 }
 
-void report_data::sample(const tsan_sample &s) {
-  const uint64_t at = place(s.program, s.last_pcr, s.pkt_idx);
-  const auto ms = static_cast<uint32_t>(s.ms);
-  if (s.program >= 0 && static_cast<size_t>(s.program) < MAX_PROGRAMS)
-    sums[static_cast<size_t>(s.program)][s.kind].add(ms);
-  if (series *found = find_series(s)) {
-    found->sum.add(ms);
+void report_data::place(const tsan_sample &s, double time) {
+  const int32_t ms = measured_ms(s);
+  const uint64_t at = place_of(time, s.pkt_idx);
+  if (measured_series *found = find_series(s)) {
+    bucket &here = bucket_at(found->buckets, at, width);
     found->values.add(ms);
-    merge_bucket(bucket_at(found->buckets, at, width), {1, ms, ms, ms});
+    found->sum.add(ms);
+    merge_bucket(here, {1, ms, ms, ms});
   } else {
     ++unplotted;
   }
 }
 
-void report_data::finish(uint64_t packets) {
-  if (!clock_seen)
-    make_room(packets);
+void report_data::finish(uint64_t packets, double time) {
+  place_of(time, packets);
   std::ranges::sort(
       rows, {}, [](const alert_row &row) { return std::tuple(row.program, row.pid, row.kind); });
   row_at.clear();

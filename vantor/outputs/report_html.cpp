@@ -2,180 +2,298 @@
 
 #include <algorithm>
 #include <cinttypes>
+#include <cmath>
 #include <cstring>
+#include <ctime>
+#include <new>
+#include <tuple>
 
-#include "meta/app_info.h"
+#include "outputs/checks.h"
 #include "outputs/report_alerts.h"
 #include "outputs/report_plot.h"
 #include "outputs/report_style.h"
-#include "tsa/config.h"
 
 namespace {
 
 // What keeps the page below 1 MB.
 enum : size_t {
-  PLOT_BUCKETS = 12'288,
+  PLOT_BUCKETS = 8'192,
   MAX_DRAWN = 512,
   MAX_PLOTS = 96,
+  MAX_WORDS = 2'000, // bytes of the command line
 };
 
-std::string end_text(const run_info &run) {
-  const std::string reason = strerror(run.file_errno) + std::string(".");
-  switch (run.end) {
+constexpr const char *titles[MEASURES] = {"PCR interval", "PTS to PCR", "DTS to PCR",
+                                          "Mux skew by PTS", "Mux skew by DTS"};
+
+void put_end(html_text &page, const run_result &result) {
+  switch (result.end) {
   case run_end::complete:
-    return "The file was read to its end.";
+    return page.put("The file was read to its end.");
   case run_end::limit:
-    return "The run ended at the number of packets asked for.";
+    return page.put("The run ended at the number of packets asked for.");
   case run_end::signal:
-    return "A signal ended the run before the end of the file.";
+    return page.put("A signal ended the run before the end of the file.");
   case run_end::stopped:
-    return "The run ended before the end of the file.";
+    return page.put("The run ended before the end of the file.");
   case run_end::cannot_open:
-    return "The file cannot be opened: " + reason;
+    return page.format("The file cannot be opened: %s.", strerror(result.file_errno));
   case run_end::read_failed:
-    return "Reading failed after " + grouped(run.bytes) + " bytes: " + reason;
+    return page.format("Reading failed after %s bytes: %s.", grouped(result.bytes).text,
+                       strerror(result.file_errno));
   default:
-    return "The run failed before the first packet.";
+    return page.put("The run failed before the first packet.");
   }
 }
 
-void put_verdict(html_text &page, const run_info &run, const report_data &data) {
-  const uint64_t total = data.total_alerts();
-  const bool is_whole = run.end == run_end::complete || run.end == run_end::limit;
-  const bool has_content = tsan_get_pidx(run.ctx) != 0;
-  const char *colour = total != 0 || run.end >= run_end::stopped ? "bad"
-                       : is_whole && has_content                 ? "good"
-                                                                 : "warn";
-  page.put("<section class=\"verdict %s\"><strong>", colour);
-  if (total != 0)
-    page.put("%s %s", grouped(total).c_str(), total == 1 ? "alert" : "alerts");
-  else
-    page.put("%s", run.end == run_end::cannot_open ? "Not read"
-                   : has_content                   ? "No alerts"
-                                                   : "Nothing read");
-  page.put("</strong><p>");
+// What was left, and what it looks like.
+void put_rest(html_text &page, const capture_rest &rest) {
+  if (rest.is_known)
+    page.format(" %s of it were left unread.", size_text(rest.bytes).text);
+  const sync_grid &grid = rest.grid;
+  if (grid.packet_size == TS_PKT_SIZE)
+    page.format(" Packets of 188 bytes go on at byte %s.", grouped(grid.offset).text);
+  else if (grid.packet_size != 0)
+    page.format(" They look like packets of %zu bytes, with a sync byte at byte %s.",
+                grid.packet_size, grouped(grid.offset).text);
+  else if (rest.is_known && rest.is_sync_lost)
+    page.put(" They do not look like packets of 188, 192, 204 or 208 bytes.");
+}
+
+void put_alert_counts(html_text &page, const report_data &data) {
   const char *separator = "";
   for (size_t kind = 0; kind < TSAN_ALERT_KINDS; ++kind) {
     if (data.alerts[kind] == 0)
       continue;
-    page.put("%s%s\u00A0%s", separator, grouped(data.alerts[kind]).c_str(),
-             tsan_alert_name(static_cast<tsan_alert_kind>(kind)));
+    page.format("%s%s\u00A0%s", separator, grouped(data.alerts[kind]).text,
+                tsan_alert_name(static_cast<tsan_alert_kind>(kind)));
     separator = ", ";
   }
-  page.put("%s", total != 0 ? ". " : "");
-  page.put_escaped(end_text(run));
+  page.put(data.total_alerts() != 0 ? ". " : "");
+}
+
+void put_unchecked_programs(html_text &page, const checked_run &run) {
+  const size_t unchecked = unchecked_programs(run), programs = stats_of(run.ctx).programs;
+  if (unchecked != 0)
+    page.format("Of %zu of %zu programs no packet was checked. ", unchecked, programs);
+}
+
+const char *verdict_colour(const checked_run &run, bool is_unchecked) {
+  const run_end end = run.result.end;
+  if (run.data.total_alerts() != 0 || end >= run_end::stopped)
+    return "bad";
+  const bool is_whole = end == run_end::complete || end == run_end::limit;
+  return is_whole && !is_unchecked && !run.is_incomplete ? "good" : "warn";
+}
+
+void put_verdict(html_text &page, const checked_run &run) {
+  const uint64_t total = run.data.total_alerts();
+  const reason_text why = why_unchecked(run);
+  page.format("<section class=\"verdict %s\"><strong>", verdict_colour(run, !why.is_empty()));
+  if (!why.is_empty())
+    page.put("Nothing checked");
+  else if (total != 0)
+    page.format("%s %s", grouped(total).text, total == 1 ? "alert" : "alerts");
+  else
+    page.put("No alerts");
+  page.put("</strong><p>");
+  if (!why.is_empty()) {
+    page.put("No packet of a stream was analyzed: ");
+    page.put_escaped(why.text);
+    page.put(". ");
+  }
+  put_alert_counts(page, run.data);
+  if (why.is_empty())
+    put_unchecked_programs(page, run);
+  put_end(page, run.result);
+  if (run.result.end == run_end::stopped)
+    put_rest(page, run.rest);
+  if (run.is_incomplete)
+    page.put(" <b>This page is incomplete</b>: memory was refused during the run.");
   page.put("</p></section>");
 }
 
 void put_fact(html_text &page, const char *name, std::string_view value) {
-  page.put("<div><dt>%s<dd>", name);
+  page.format("<div><dt>%s<dd>", name);
   page.put_escaped(value);
   page.put("</div>");
 }
 
-void put_facts(html_text &page, const run_info &run, const report_data &data) {
+// The options as they were typed, with quotes where a shell wants them.
+void put_options(html_text &page, std::span<char *const> words) {
+  if (words.empty())
+    return;
+  page.put("<div><dt>Options<dd><code>");
+  size_t left = MAX_WORDS;
+  const char *separator = "";
+  for (const char *word : words) {
+    std::string_view text = word;
+    const bool is_cut = text.size() > left;
+    text = text.substr(0, left);
+    left -= text.size();
+    const bool is_plain =
+        !text.empty() && text.find_first_of(" \t\n\"'\\$`;&|<>()*?[]#~!{}") == text.npos;
+    page.put(separator);
+    separator = " ";
+    page.put(is_plain ? "" : "&#39;");
+    page.put_escaped(text);
+    page.put(is_plain ? "" : "&#39;");
+    if (is_cut)
+      page.put("\u2026");
+    if (left == 0)
+      break;
+  }
+  page.put("</code></div>");
+}
+
+void put_date(html_text &page) {
+  const time_t now = time(nullptr);
+  tm local = {};
+  char text[64] = {};
+  if (localtime_r(&now, &local))
+    strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S %Z", &local);
+  put_fact(page, "Checked", text);
+}
+
+void put_facts(html_text &page, const checked_run &run) {
   const auto st = stats_of(run.ctx);
   page.put("<dl>");
-  put_fact(page, "File", g_cfg.fpath);
-  put_fact(page, "Read", size_text(run.bytes));
-  put_fact(page, "Packets", grouped(st.processed));
-  put_fact(page, "Of known streams", grouped(st.analyzed));
-  if (g_cfg.start_rec > 1)
-    put_fact(page, "From packet", grouped(static_cast<uint64_t>(g_cfg.start_rec)));
-  put_fact(page, "Stream time", data.in_packets() ? "no PCR" : clock_text(data.duration(), true));
-  put_fact(page, "Programs", std::to_string(st.programs));
-  put_fact(page, "Exit status", std::to_string(run.status));
+  put_fact(page, "File", run.request.file);
+  put_options(page, run.request.options);
+  put_date(page);
+  put_fact(page, "Read", size_text(run.result.bytes).text);
+  put_fact(page, "Packets", grouped(st.processed).text);
+  put_fact(page, "Of known streams", grouped(st.analyzed).text);
+  if (run.request.first_packet > 1)
+    put_fact(page, "From packet", grouped(run.request.first_packet).text);
+  put_fact(page, "Stream time",
+           std::isnan(run.duration) ? "no clock" : clock_text(whole_ms(run.duration), true).text);
+  put_fact(page, "Programs", grouped(st.programs).text);
+  put_fact(page, "Exit status", grouped(static_cast<uint64_t>(run.result.status)).text);
   page.put("</dl>");
 }
 
-void put_streams(html_text &page, tsan_t ctx, size_t program) {
-  const auto pg = stats_of(ctx, program);
-  page.put("<h3>Program %zu <small>PMT on PID %u, PCR on PID %u, %s packets</small></h3>"
-           "<div class=scroll><table><tr><th class=n>PID<th>Kind<th>Type<th class=n>Packets",
-           program, pg.pmt_pid, pg.pcr_pid, grouped(pg.processed).c_str());
+void put_program_title(html_text &page, const checked_run &run, size_t program) {
+  const auto pg = stats_of(run.ctx, program);
+  page.format("<h3>Program %zu <small>", program);
+  if (const listed_pmt *pmt = pmt_of(run.seen, run.ctx, program))
+    page.format(pmt->program_number != 0 ? "program_number %u, " : "network information (%u), ",
+                pmt->program_number);
+  page.format("PMT on PID %u, ", pg.pmt_pid != 0 ? pg.pmt_pid : pg.listed_pid);
+  if (pg.streams != 0)
+    page.format("PCR on PID %u, ", pg.pcr_pid);
+  page.format("%s packets</small></h3>", grouped(pg.processed).text);
+}
+
+void put_streams(html_text &page, const checked_run &run, size_t program) {
+  const auto pg = stats_of(run.ctx, program);
+  page.format("<div class=scroll tabindex=0 role=region aria-label=\"Streams of program %zu\">"
+              "<table><tr><th scope=col class=n>PID<th scope=col>Kind<th scope=col>Type"
+              "<th scope=col class=n>Packets",
+              program);
   for (size_t i = 0; i < pg.streams; ++i) {
-    const auto st = stats_of(ctx, program, i);
+    const auto st = stats_of(run.ctx, program, i);
     const char *kind = st.kind == 'V' ? "video" : st.kind == 'A' ? "audio" : "private";
-    page.put("<tr><td class=n>%u<td>%s<td>", st.pid, kind);
+    page.format("<tr><td class=n>%u<td>%s<td>", st.pid, kind);
     page.put_escaped(st.name);
-    page.put("<td class=\"n %s\">%s", st.processed == 0 ? "hit" : "",
-             grouped(st.processed).c_str());
+    page.format("<td class=\"n %s\">%s", st.processed == 0 ? "hit" : "",
+                grouped(st.processed).text);
   }
   page.put("</table></div>");
 }
 
-void put_programs(html_text &page, tsan_t ctx) {
-  const auto st = stats_of(ctx);
-  if (st.programs == 0)
+void put_programs(html_text &page, const checked_run &run) {
+  const size_t programs = stats_of(run.ctx).programs;
+  if (programs == 0)
     return;
   page.put("<h2>Programs and streams</h2>");
-  for (size_t i = 0; i < st.programs; ++i)
-    put_streams(page, ctx, i);
+  for (size_t i = 0; i < programs; ++i) {
+    put_program_title(page, run, i);
+    if (const reason_text why = why_unchecked(run, i); !why.is_empty()) {
+      page.put("<p>Not checked: ");
+      page.put_escaped(why.text);
+      page.put(".</p>");
+    }
+    if (stats_of(run.ctx, i).streams != 0)
+      put_streams(page, run, i);
+  }
 }
 
-void put_measure(html_text &page, const time_axis &axis, const series &s, size_t max_buckets) {
-  constexpr const char *names[] = {"PCR interval", "Time stamp to PCR", "Audio to video"};
-  page.put("<h3>%s <small>PID %u, program %d, ms</small></h3>", names[s.kind], s.pid, s.program);
-  put_plot(page, axis, s, measure_limit_ms(s.kind), max_buckets);
+void put_measure(html_text &page, const time_axis &axis, const tsan_config &settings,
+                 const measured_series &s, size_t max_buckets) {
+  page.format("<h3>%s <small>PID %u, program %d, ms</small></h3>", titles[s.what], s.pid,
+              s.program);
+  put_plot(page, axis, {titles[s.what], s.program, s.pid, s.what}, s,
+           limit_ms(settings, sample_kind_of(s.what)), max_buckets);
 }
 
-void put_measures(html_text &page, const time_axis &axis, const report_data &data) {
-  if (data.measured.empty())
+void put_measures(html_text &page, const time_axis &axis, const checked_run &run) {
+  std::vector<const measured_series *> order;
+  order.reserve(run.data.measured.size());
+  for (const measured_series &s : run.data.measured)
+    if (s.sum.count != 0)
+      order.push_back(&s);
+  if (order.empty())
     return;
-  std::vector<const series *> order;
-  for (const series &s : data.measured)
-    order.push_back(&s);
-  std::ranges::stable_sort(order, {},
-                           [](auto *s) { return std::tuple(s->program, s->kind, s->pid); });
+  std::ranges::sort(order, {}, [](auto *s) { return std::tuple(s->program, s->what, s->pid); });
   const size_t plots = std::min<size_t>(order.size(), MAX_PLOTS);
-  const size_t max_buckets = std::min<size_t>(MAX_DRAWN, PLOT_BUCKETS / plots);
-  page.put(
-      "<h2>Clocks and time stamps</h2><p class=note>Line: average; band: least to greatest, per "
-      "stretch of time. On the right, how often each value came.</p>");
+  page.put("<h2>Clocks and time stamps</h2><p class=note>Line: average; band: least to greatest, "
+           "per stretch of time. On the right, how often each value came. PTS and DTS to PCR: how "
+           "long before its time an audio access unit begins to arrive. Mux skew: an audio time "
+           "stamp less the last one of video that arrived before it; it tells how they are "
+           "multiplexed, not whether lips and sound agree.</p>");
   for (size_t i = 0; i < plots; ++i)
-    put_measure(page, axis, *order[i], max_buckets);
+    put_measure(page, axis, run.settings, *order[i],
+                std::min<size_t>(MAX_DRAWN, PLOT_BUCKETS / plots));
   if (plots < order.size())
-    page.put("<p class=note>%zu more measures are not drawn.</p>", order.size() - plots);
+    page.format("<p class=note>%zu more measures are not drawn.</p>", order.size() - plots);
 }
 
-void put_head(html_text &page) {
+void put_head(html_text &page, const char *source) {
   page.put("<!doctype html>\n<html lang=en><head><meta charset=utf-8>"
            "<meta name=viewport content=\"width=device-width,initial-scale=1\"><title>korva: ");
-  page.put_escaped(g_cfg.tsa.source);
+  page.put_escaped(source);
   page.put("</title><style>");
-  page.text += report_style;
+  page.put(report_style);
   page.put("</style></head>\n<body><main><p class=kicker>korva · transport stream report</p><h1>");
-  page.put_escaped(g_cfg.tsa.source);
+  page.put_escaped(source);
   page.put("</h1>");
 }
 
-void put_foot(html_text &page, const time_axis &axis) {
+void put_foot(html_text &page, const checked_run &run) {
   page.put("<footer>");
-  if (axis.in_packets)
-    page.put("No PCR was found on a stream that is followed: alerts are placed by packet. ");
+  if (run.data.in_packets())
+    page.put("No clock: no PID had two PCRs that follow each other. Alerts are placed by packet. ");
   else
-    page.put("Stream time is the sum of PCR steps, from the first PCR on; jumps back and jumps of "
-             "more than a "
-             "minute do not count. ");
+    page.put("Stream time is told by the PCRs of one PID at a time, from its first one on, and "
+             "estimated between them; jumps of a clock are no time. ");
   page.put("Packets count from 1, distances are in whole milliseconds. Made by ");
-  page.put_escaped(get_custom_app_info(g_app_name, g_app_descr, nullptr));
+  page.put_escaped(run.request.generator);
   page.put("</footer></main></body></html>\n");
+}
+
+void put_body(html_text &page, const checked_run &run) {
+  const report_data &data = run.data;
+  const time_axis axis = {data.in_packets(), data.bucket_width(),
+                          std::max<uint64_t>(data.duration(), 1)};
+  put_checks(page, run);
+  put_timeline(page, axis, data);
+  put_list(page, axis, run);
+  put_programs(page, run);
+  put_measures(page, axis, run);
 }
 
 } // namespace
 
-std::string report_page(const run_info &run, report_data &data) {
-  data.finish(tsan_get_pidx(run.ctx));
-  const time_axis axis = {data.in_packets(), data.bucket_width(), data.duration()};
-  html_text page;
-  put_head(page);
-  put_verdict(page, run, data);
-  put_facts(page, run, data);
-  put_counts(page, data);
-  put_timeline(page, axis, data);
-  put_list(page, axis, data);
-  put_programs(page, run.ctx);
-  put_measures(page, axis, data);
-  put_foot(page, axis);
-  return std::move(page.text);
+void report_page(output_file &out, const checked_run &run) {
+  html_text page(out);
+  put_head(page, run.request.source);
+  put_verdict(page, run);
+  put_facts(page, run);
+  try {
+    put_body(page, run);
+  } catch (const std::bad_alloc &) {
+    page.put("<p><b>This page is incomplete</b>: memory was refused while it was written.</p>");
+  }
+  put_foot(page, run);
 }

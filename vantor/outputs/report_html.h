@@ -1,11 +1,8 @@
 // --report: the run as one HTML page that needs nothing beside itself.
 #pragma once
 
-#include <string>
+#include "outputs/checked_run.h"
+#include "outputs/output_file.h"
 
-#include "outputs/report_data.h"
-#include "outputs/run_info.h"
-
-// The page. The programs and streams are those of the analyzer as it stands; `data` has been fed
-// with all of the run.
-std::string report_page(const run_info &run, report_data &data);
+// Writes the page; when memory is refused, what there is of it, and that it is incomplete.
+void report_page(output_file &out, const checked_run &run);

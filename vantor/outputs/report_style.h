@@ -25,7 +25,7 @@ dl div{min-width:0}
 dt{font-size:12px;color:var(--soft)}
 dd{margin:0;overflow-wrap:anywhere}
 .numbers{display:grid;grid-template-columns:repeat(8,minmax(0,76px));gap:2px 14px;margin:6px 0 8px}
-.scroll{overflow-x:auto}
+.scroll{overflow-x:auto}.scroll:focus-visible{outline:2px solid var(--blue)}
 table{border-collapse:collapse;width:100%}
 th{font-size:12px;font-weight:400;color:var(--soft);text-align:left}
 th,td{padding:4px 14px 4px 0;border-bottom:1px solid var(--rule);vertical-align:top}
@@ -35,11 +35,12 @@ td:first-child,.k{white-space:nowrap}
 .hit{color:var(--red);font-weight:600}
 .zero{color:var(--soft)}
 svg{display:block;width:100%;overflow:hidden}
+code{font:13px/1.5 ui-monospace,monospace}
 path{vector-effect:non-scaling-stroke;fill:none;stroke-width:1px}
 .lane{display:grid;grid-template-columns:240px minmax(0,1fr);gap:0 12px;align-items:center}
 .lane>div:first-child{display:flex;justify-content:space-between;gap:8px;white-space:nowrap}
 .lane b{font-weight:600}
-.strip{height:20px;background:var(--card);border-bottom:1px solid var(--rule)}
+.strip{height:20px;background:var(--card);border-bottom:1px solid var(--rule);overflow:visible}
 .strip path{stroke:var(--red);stroke-width:3px}
 .plot{display:grid;grid-template-columns:minmax(0,4fr) minmax(0,1fr);gap:0 28px}
 .curve{position:relative;padding-left:56px}

@@ -4,8 +4,9 @@
 #include <sys/types.h>
 
 #include <cstddef>
+#include <span>
 
-#include "outputs/exit_alerts.h"
+#include "outputs/settings.h"
 #include "tsanalyze/tsan.h"
 
 struct config {
@@ -15,9 +16,8 @@ struct config {
   off_t start_rec;    // first packet to read, 1-based; 0 and 1 are the start of the file
   size_t max_records; // packets to analyze, 0 = all
 
-  const char *json_path, *report_path; // or null; words of the command line
-  bool progress;
-  exit_alerts exit;
+  output_settings out;
+  std::span<char *const> options; // words of the command line before the file
 };
 
 extern config g_cfg;

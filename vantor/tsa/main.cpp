@@ -10,10 +10,10 @@
 #include "input/packet_file.h"
 #include "log/statement.h"
 #include "meta/app_info.h"
+#include "outputs/exit_status.h"
 #include "outputs/outputs.h"
 #include "tassert/tassert.h"
 #include "tsa/config.h"
-#include "tsa/exit_status.h"
 #include "tsa/options.h"
 #include "tsa/usage.h"
 #include "tsanalyze/tsan.h"
@@ -31,10 +31,8 @@ volatile sig_atomic_t g_quit;
 struct run_state {
   tsan_t ctx = nullptr;
   packet_file file;
-  size_t bytes = 0;   // delivered by all blocks
-  size_t records = 0; // packets analyzed
-  run_end end = run_end::failed;
-  int file_errno = 0;
+  run_result result; // `bytes` were delivered by all blocks, `records` analyzed
+  run_request request;
   outputs out;
 };
 
@@ -50,8 +48,8 @@ void handle_quit(int sig) {
     *--pos = static_cast<char>('0' + rest % 10);
   pos -= 5;
   memcpy(pos, "\nSIG(", 5);
-  [[maybe_unused]] const ssize_t n =
-      write(STDOUT_FILENO, pos, static_cast<size_t>(text + sizeof text - pos));
+  const int fd = g_cfg.out.takes_stdout() ? STDERR_FILENO : STDOUT_FILENO;
+  [[maybe_unused]] const ssize_t n = write(fd, pos, static_cast<size_t>(text + sizeof text - pos));
   g_quit = 1;
   errno = saved_errno;
 }
@@ -89,20 +87,20 @@ int seek_start(packet_file &file) {
 
 // The limit is held against the count before the packet, so that one more is analyzed than counted.
 bool limit_reached(const run_state &run) {
-  return tsan_get_pidx(run.ctx) > run.records;
+  return tsan_get_pidx(run.ctx) > run.result.records;
 }
 
 // Of so many packets, how many go before the limit has to be looked at.
 size_t until_limit(const run_state &run, size_t packets) {
   if (g_cfg.max_records == 0)
     return packets;
-  return std::min(packets - 1, g_cfg.max_records - run.records) + 1;
+  return std::min(packets - 1, g_cfg.max_records - run.result.records) + 1;
 }
 
 void count_records(run_state &run, size_t passed) {
-  run.records += passed;
+  run.result.records += passed;
   if (g_cfg.max_records != 0)
-    run.records = std::min<size_t>(run.records, g_cfg.max_records);
+    run.result.records = std::min<size_t>(run.result.records, g_cfg.max_records);
 }
 
 // A packet without sync byte: the analyzer tells so, and ends the run. But it can be that the file
@@ -110,7 +108,7 @@ void count_records(run_state &run, size_t passed) {
 int analyze_without_sync(run_state &run, std::span<const uint8_t> &rest) {
   const size_t size = rest.size();
   rest = run.file.again(size);
-  run.bytes -= size - rest.size();
+  run.result.bytes -= size - rest.size();
   if (rest.empty())
     return 0;
   const int rc = tsan_process(run.ctx, rest.data());
@@ -123,8 +121,11 @@ int analyze_without_sync(run_state &run, std::span<const uint8_t> &rest) {
 int analyze_block(run_state &run, std::span<const uint8_t> rest) {
   int rc = 0;
   while (rc == 0 && !rest.empty() && !g_quit && !limit_reached(run)) {
-    const size_t count = until_limit(run, rest.size() / PKT_SIZE);
+    const size_t count = run.out.watches_packets() ? 1 : until_limit(run, rest.size() / PKT_SIZE);
+    const uint64_t before = tsan_get_pidx(run.ctx);
     const tsan_many done = tsan_process_many(run.ctx, rest.data(), count, PKT_SIZE);
+    if (run.out.watches_packets() && tsan_get_pidx(run.ctx) != before)
+      run.out.packet(rest.data());
     count_records(run, done.count);
     rest = rest.subspan(done.count * PKT_SIZE);
     rc = done.code == OUT_OF_SYNC ? analyze_without_sync(run, rest) : done.code;
@@ -140,8 +141,8 @@ int read_loop(run_state &run) {
     const std::span block = run.file.next_block();
     if (block.empty())
       break;
-    run.bytes += block.size();
-    run.out.line.advance(run.bytes);
+    run.result.bytes += block.size();
+    run.out.line.advance(run.result.bytes);
     rc = analyze_block(run, block);
   }
   return rc;
@@ -158,7 +159,7 @@ run_end end_of_loop(const run_state &run, int rc) {
 }
 
 void start_progress(run_state &run) {
-  if (!g_cfg.progress)
+  if (!g_cfg.out.progress)
     return;
   const uint64_t todo = run.file.remaining(), limit = g_cfg.max_records * PKT_SIZE;
   run.out.line.start(limit != 0 ? std::min(limit, todo) : todo);
@@ -174,15 +175,16 @@ int analyze_file(run_state &run) {
   tsan_stop_on(run.ctx, &g_quit);
   start_progress(run);
   const int rc = read_loop(run);
-  run.end = end_of_loop(run, rc);
-  run.file_errno = run.file.read_errno();
+  run.result.end = end_of_loop(run, rc);
+  run.result.file_errno = run.file.read_errno();
   run.out.line.finish();
 
   tsan_check_ndat(run.ctx);
-  LOG(g_log, INFO_level, "%zu/%zu bytes/records read from [%s]\n", run.bytes, run.records,
-      g_cfg.fpath);
+  LOG(g_log, INFO_level, "%zu/%zu bytes/records read from [%s]\n", run.result.bytes,
+      run.result.records, g_cfg.fpath);
   tsan_dump_stats(stderr, run.ctx);
-  putchar('\n');
+  if (!g_cfg.out.takes_stdout())
+    putchar('\n');
   return rc;
 }
 
@@ -190,19 +192,25 @@ int run_program(int argc, char **argv, run_state &run) {
   int rc = parse_options(argc, argv);
   if (rc != 0)
     return rc;
-  if (run.out.open() != 0)
+  run.request = {.file = g_cfg.fpath,
+                 .source = g_cfg.tsa.source,
+                 .generator = app_info(),
+                 .options = g_cfg.options,
+                 .first_packet = static_cast<uint64_t>(std::max<off_t>(g_cfg.start_rec, 1)),
+                 .max_packets = g_cfg.max_records};
+  if (run.out.open(g_cfg.out, run.request, g_cfg.tsa) != 0)
     return -1;
   run.ctx = tsan_init(nullptr, &g_cfg.tsa, &rc);
   if (!run.ctx)
     return rc;
-  run.out.listen(run.ctx);
   TASSERT(g_cfg.fpath[0]);
   if (const int err = run.file.open(g_cfg.fpath)) {
     fprintf(stderr, "Cannot open [%s]: %s\n", g_cfg.fpath, strerror(err));
-    run.end = run_end::cannot_open;
-    run.file_errno = err;
+    run.result.end = run_end::cannot_open;
+    run.result.file_errno = err;
     return rc;
   }
+  run.out.listen(run.ctx); // what it collects must not take the memory that the run needs
   rc = seek_start(run.file);
   return rc != 0 ? rc : analyze_file(run);
 }
@@ -219,12 +227,8 @@ int finish(run_state &run, int rc) {
   if (rc < 0)
     rc = EXIT_STATUS_FAILED;
   if (run.ctx) {
-    rc = run.out.finish({.ctx = run.ctx,
-                         .end = run.end,
-                         .status = rc,
-                         .file_errno = run.file_errno,
-                         .bytes = run.bytes,
-                         .records = run.records});
+    run.result.status = rc;
+    rc = run.out.finish(run.ctx, run.result);
     tsan_free(run.ctx);
   }
   LOG(g_log, NORM_level, "%s EXIT(%d). PID=%ld\n", app_info(), rc, static_cast<long>(getpid()));

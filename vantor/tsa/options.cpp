@@ -11,9 +11,9 @@
 
 #include "log/statement.h"
 #include "meta/app_info.h"
+#include "outputs/exit_status.h"
 #include "syswrap/syswrap.h"
 #include "tsa/config.h"
-#include "tsa/exit_status.h"
 #include "tsa/load_config.h"
 #include "tsa/usage.h"
 
@@ -147,15 +147,15 @@ int apply_option(int opt, const char *arg) {
   case 'A':
     return tsan_cli_opt(arg, &tsa) == 0 ? 0 : EXIT_STATUS_INVAL;
   case OPT_JSON:
-    g_cfg.json_path = arg;
+    g_cfg.out.json_path = arg;
     return 0;
   case OPT_EXIT_ALERTS:
-    return g_cfg.exit.choose(arg) == 0 ? 0 : EXIT_STATUS_INVAL;
+    return g_cfg.out.exit.choose(arg) == 0 ? 0 : EXIT_STATUS_INVAL;
   case OPT_PROGRESS:
-    g_cfg.progress = true;
+    g_cfg.out.progress = true;
     return 0;
   case OPT_REPORT:
-    g_cfg.report_path = arg;
+    g_cfg.out.report_path = arg;
     return 0;
   default: // acted in the first pass
     return 0;
@@ -167,6 +167,26 @@ int second_pass(int argc, char **argv) {
   for (int opt; (opt = getopt_long(argc, argv, short_options, long_options, nullptr)) != -1;)
     if (const int rc = apply_option(opt, optarg))
       return rc;
+  return 0;
+}
+
+// The outputs must not be written into what the run reads, and what they tell must be of the file
+// that was named. Returns 0, or the status of the run.
+int check_outputs(int argc, char **argv, const char *path) {
+  if (!g_cfg.out.any())
+    return 0;
+  if (strlen(path) >= sizeof g_cfg.fpath) {
+    fprintf(stderr, "The path of the file is longer than %zu bytes: [%s]\n", sizeof g_cfg.fpath - 1,
+            path);
+    return EXIT_STATUS_FAILED;
+  }
+  if (!find_outputs(g_cfg.out, g_cfg.tsa.access_log_alerts) ||
+      !spares(g_cfg.out, path, "the file to analyze"))
+    return EXIT_STATUS_FAILED;
+  reset_getopt_state();
+  for (int opt; (opt = getopt_long(argc, argv, short_options, long_options, nullptr)) != -1;)
+    if (opt == 'C' && !spares(g_cfg.out, optarg, "a settings file"))
+      return EXIT_STATUS_FAILED;
   return 0;
 }
 
@@ -188,6 +208,7 @@ int parse_options(int argc, char **argv) {
     usage(argv[0], EXIT_STATUS_FAILED);
   }
   copy_text(g_cfg.fpath, argv[optind]);
+  g_cfg.options = {argv + 1, static_cast<size_t>(optind) - 1};
   if (g_cfg.tsa.source[0] == '\0')
     copy_text(g_cfg.tsa.source, g_cfg.fpath);
 
@@ -196,5 +217,5 @@ int parse_options(int argc, char **argv) {
       g_cfg.verbosity, g_cfg.start_rec, g_cfg.max_records);
   if (g_cfg.verbosity > 0 || getenv("SHOW_VNT_CFG"))
     tsan_dump_config(stderr, "analyzer", &g_cfg.tsa);
-  return 0;
+  return check_outputs(argc, argv, argv[optind]);
 }
