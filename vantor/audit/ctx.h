@@ -15,10 +15,10 @@
 
 // Bounds on what a stream can make an audit remember.
 enum : uint32_t {
-  MAX_PROGRAMS = 8192,    // more could not have a PMT PID each
-  MAX_LISTINGS = 262144,  // of PIDs in PMTs
-  MAX_PID_LISTINGS = 128, // of one PID
-  MAX_DELIVERED = 20000,  // findings of one kind, one by one
+  MAX_PROGRAMS = 8192,   // more could not have a PMT PID each
+  MAX_LISTINGS = 262144, // of PIDs in PMTs
+  MAX_PID_LISTINGS = 64, // of one PID
+  MAX_DELIVERED = 20000, // findings of one kind, one by one
   MAX_OPEN_FINDINGS = 65536,
   MAX_CLOCKS = 1024, // PCR_PIDs of which more is kept than their intervals
 };
@@ -166,6 +166,7 @@ enum : size_t { MAX_WAITING = 64, BLOCK_INTERVALS = 64, LEAST_BLOCK = 16 };
 // What the PCRs of one PID say beyond their intervals.
 struct clock_record {
   int32_t pid = 0;
+  uint32_t run = 0; // between its discontinuities
   std::vector<waiting_stamps> waiting;
   std::vector<rate_interval> block; // the intervals of the one that is being filled
   uint64_t lost_before = 0;         // packets by continuity counters, at the last PCR
@@ -208,7 +209,7 @@ struct pid_record {
   int64_t last_dts;  // 90 kHz
   double last_delay; // of DTS, ms
   uint32_t run;      // of steps, between discontinuities
-  uint32_t last_delay_run;
+  uint32_t last_dts_run, last_delay_run;
   bool has_last_dts, has_last_delay;
   delay_stats pts_delay, dts_delay;
 

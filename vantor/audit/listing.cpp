@@ -155,7 +155,7 @@ void refresh_pid(audit_ctx &a, uint16_t pid) {
   const bool is_av = rec.kind == 'V' || rec.kind == 'A';
   set_flag(p, PID_PSI, rec.role != psi_role::none);
   set_flag(p, PID_WATCHED, is_av || (rec.is_stream && rec.is_pcr));
-  set_flag(p, PID_AWAITED, rec.is_stream && !is_av && !rec.presence.came);
+  set_flag(p, PID_AWAITED, rec.is_stream && !is_av && p.seen == 0);
   set_flag(p, PID_STAMPED, is_av && rec.role == psi_role::none);
   set_flag(p, PID_UNPROTECTED, rec.is_stream && !rec.is_protected);
 }

@@ -47,17 +47,18 @@ void raise_stamp(audit_ctx &a, event e, audit_kind kind, double ms) {
 }
 
 // What the stamps say by themselves.
-void judge_alone(audit_ctx &a, uint16_t pid, const stamps &s) {
+void judge_alone(audit_ctx &a, uint16_t pid, const stamps &s, uint32_t run) {
   pid_record &rec = a.records[pid];
   if (const int64_t order = wrapped_step(s.pts, s.dts, STAMP_MODULO); order < 0)
     raise_stamp(a, event_here(a, AUDIT_STAMP_ORDER, pid), AUDIT_STAMP_ORDER, ms_of(-order));
-  if (rec.has_last_dts) {
+  if (rec.has_last_dts && rec.last_dts_run == run) {
     const int64_t step = wrapped_step(s.dts, rec.last_dts, STAMP_MODULO);
     if (step <= 0)
       raise_stamp(a, event_here(a, AUDIT_STAMP_BACK, pid), AUDIT_STAMP_BACK, ms_of(step));
   }
   rec.has_last_dts = true;
   rec.last_dts = s.dts;
+  rec.last_dts_run = run;
 }
 
 void count_pts(audit_ctx &a, uint16_t pid) {
@@ -68,8 +69,7 @@ void count_pts(audit_ctx &a, uint16_t pid) {
   a.has_pts = true;
 }
 
-void wait_for_pcr(audit_ctx &a, uint16_t pid, const stamps &s) {
-  const int32_t clock_pid = clock_of(a, pid);
+void wait_for_pcr(audit_ctx &a, uint16_t pid, int32_t clock_pid, const stamps &s, uint32_t run) {
   if (clock_pid < 0 || a.records[static_cast<size_t>(clock_pid)].pcr.packet == 0)
     return;
   clock_record *clock = clock_record_of(a, static_cast<uint16_t>(clock_pid));
@@ -82,8 +82,16 @@ void wait_for_pcr(audit_ctx &a, uint16_t pid, const stamps &s) {
                             .time = now(a),
                             .pts = s.pts,
                             .dts = s.dts,
-                            .run = a.records[pid].run,
+                            .run = run,
                             .pid = pid});
+}
+
+// Counts discontinuities of a stream and of its clock: steps are judged between two stamps of one
+// run only.
+uint32_t run_of(const audit_ctx &a, uint16_t pid, int32_t clock_pid) {
+  const clock_record *clock =
+      clock_pid < 0 ? nullptr : a.records[static_cast<size_t>(clock_pid)].clock;
+  return a.records[pid].run + (clock ? clock->run : 0);
 }
 
 // Signed distance of a stamp to its clock, ms. The clock is linear in packet numbers between two
@@ -146,20 +154,6 @@ void judge_delay_step(audit_ctx &a, const waiting_stamps &s, double delay) {
   rec.last_delay_run = s.run;
 }
 
-void restart_streams_of(audit_ctx &a, int32_t clock_pid) {
-  for (const uint32_t index : a.tables.order) {
-    const program &pg = *a.tables.programs[index];
-    if (!pg.has_pmt || pg.pcr_pid != clock_pid)
-      continue;
-    for (uint32_t next = pg.listings; next != 0;) {
-      const listing &l = a.tables.listings[next - 1];
-      if (l.is_stream && clock_of(a, l.pid) == clock_pid)
-        restart_steps(a, l.pid);
-      next = l.next_of_program;
-    }
-  }
-}
-
 } // namespace
 
 void take_pes_header(audit_ctx &a, uint16_t pid, pkt_bytes payload) {
@@ -168,19 +162,20 @@ void take_pes_header(audit_ctx &a, uint16_t pid, pkt_bytes payload) {
     return;
   clock_dts(a.clock, a.records[pid].dts, a.packet, s.dts);
   count_pts(a, pid);
-  judge_alone(a, pid, s);
-  wait_for_pcr(a, pid, s);
+  const int32_t clock_pid = clock_of(a, pid);
+  const uint32_t run = run_of(a, pid, clock_pid);
+  judge_alone(a, pid, s, run);
+  wait_for_pcr(a, pid, clock_pid, s, run);
 }
 
 void restart_steps(audit_ctx &a, uint16_t pid) {
-  a.records[pid].has_last_dts = false;
   ++a.records[pid].run;
 }
 
 void judge_waiting_stamps(audit_ctx &a, clock_record &clock, const pcr_track &before,
                           const pcr_step &step, bool is_broken) {
   if (is_broken) {
-    restart_streams_of(a, clock.pid);
+    ++clock.run;
   } else if (step.d <= LONGEST_BETWEEN) {
     for (const waiting_stamps &s : clock.waiting) {
       if (!(a.pids[s.pid].flags & PID_STAMPED))
