@@ -15,7 +15,7 @@ import rows as all_rows
 import run
 import sources
 import table
-from text import shown
+from text import error_text, shown
 
 PATTERNS = ["*.ts", "*.mpg", "*.mpegts", "*.trp"]
 PATH_OPTIONS = ("-C", "--config")
@@ -65,6 +65,15 @@ def with_whole_paths(words):
     return words
 
 
+def kinds_for_exit(words, is_audit):
+    """All of them when none is named."""
+    known = {*(table.AUDIT_KINDS if is_audit else table.KINDS), all_rows.UNCHECKED}
+    kinds = set(filter(None, words.split(",")))
+    if kinds - known:
+        sys.exit(f"korva-archive: no kind of {'finding' if is_audit else 'alert'}: {shown(min(kinds - known))}")
+    return kinds or {*known, all_rows.UNCLEAN}
+
+
 def parse_command_line(args):
     at = args.index("--") if "--" in args else len(args)
     # The value of these is optional and stands behind "=".
@@ -81,6 +90,9 @@ def parse_command_line(args):
         options.korva = os.path.abspath(options.korva)
     audit = [] if options.audit is None else ["--audit" + (options.audit and f"={options.audit}")]
     options.korva_options = audit + with_whole_paths(args[at + 1:])
+    options.is_audit = any(word.partition("=")[0] == "--audit" for word in options.korva_options)
+    if options.exit_alerts is not None:
+        options.exit_alerts = kinds_for_exit(options.exit_alerts, options.is_audit)
     return options
 
 
@@ -149,20 +161,32 @@ def check_captures(options, captures, lock_fd):
     return known
 
 
-def write_outputs(options, rows, checked_bytes, seconds):
-    summary = all_rows.summary(rows, checked_bytes, seconds)
-    table.write_csv(f"{options.output}/table.csv", rows, table.is_audit(options))
-    table.write_whole(f"{options.output}/findings.jsonl", table.findings_lines(options.output, rows))
+def writers_of(options, rows, totals):
+    """What makes the files, and what it takes."""
+    yield table.write_csv, f"{options.output}/table.csv", rows, options.is_audit
+    yield table.write_whole, f"{options.output}/findings.jsonl", table.findings_lines(options.output, rows)
     if options.report:
         import page
-        page.write_page(options, rows, summary, seconds)
+        yield page.write_page, options, rows, totals
     if options.openmetrics:
         import metrics
-        metrics.write_metrics(options.openmetrics, rows, checked_bytes, seconds)
-    return summary
+        yield metrics.write_metrics, options.openmetrics, rows, totals
 
 
-def print_table(options, rows, known):
+def write_outputs(options, rows, totals):
+    """Tells what cannot be written, and writes the rest; returns whether all was."""
+    troubles = []
+    for write, *words in writers_of(options, rows, totals):
+        try:
+            write(*words)
+        except OSError as error:
+            troubles.append(error)
+            print(f"korva-archive: {error_text(error)}", file=sys.stderr)
+    return not troubles
+
+
+def print_table(options, rows, known, totals):
+    signal.signal(signal.SIGPIPE, signal.SIG_DFL)
     listed = [row for row in rows
               if options.all or not all_rows.is_clean(row) or row["since"] in ("grown", "changed")]
     if listed:
@@ -171,13 +195,12 @@ def print_table(options, rows, known):
         since = list(known.since.values())
         counts = ", ".join(f"{since.count(what)} {what}" for what in all_rows.SINCE)
         print(f"{len(known.rows) - len(known.sizes) - since.count('gone')} as checked before, {counts}")
+    print(totals.summary())
 
 
 def status_of(options, rows):
-    if options.exit_alerts is not None:
-        kinds = set(filter(None, options.exit_alerts.split(",")))
-        if any(kinds & row["kinds"].keys() if kinds else not all_rows.is_clean(row) for row in rows):
-            return 3
+    if options.exit_alerts and any(all_rows.has_kind(row, options.exit_alerts) for row in rows):
+        return 3
     return 2 if any(row["result"] in judge.NOT_WHOLE for row in rows) else 0
 
 
@@ -195,17 +218,14 @@ def archive(options):
         print("korva-archive: stopped; the same command with --resume goes on", file=sys.stderr)
         return 130
     rows = sorted([*known.rows.values(), *troubles.values()], key=all_rows.badness)
-    checked_bytes = all_rows.bytes_of(known.rows[capture] for capture in known.sizes)
-    seconds = time.monotonic() - begin
-    summary = write_outputs(options, rows, checked_bytes, seconds)
-    print_table(options, rows, known)
-    print(summary)
-    return status_of(options, rows)
+    totals = all_rows.Totals(rows, known, time.monotonic() - begin)
+    is_written = write_outputs(options, rows, totals)
+    print_table(options, rows, known, totals)
+    return status_of(options, rows) if is_written else 2
 
 
 def main(args):
     hold_standard_streams()
-    signal.signal(signal.SIGPIPE, signal.SIG_DFL)
     if args[:1] == ["diff"]:
         import diff
         if len(args) != 3:

@@ -14,7 +14,7 @@ def label(text):
     return shown(text).replace("\\", "\\\\").replace('"', '\\"')
 
 
-def families(rows, checked_bytes, seconds):
+def families(rows, totals):
     """Name, meaning, and samples by label."""
     results = [row["result"] for row in rows]
     by_file = {label(row["file"]): row for row in rows}
@@ -26,13 +26,13 @@ def families(rows, checked_bytes, seconds):
         f'file="{file}"': int(all_rows.is_checked(row)) for file, row in by_file.items()}
     yield "capture_alerts", "Alerts, or findings that fail, of the capture.", {
         f'file="{file}"': row["alerts"] for file, row in by_file.items()}
-    yield "checked_bytes", "Size of the captures that this run checked.", {"": checked_bytes}
-    yield "seconds", "How long the run took.", {"": round(seconds, 3)}
+    yield "checked_bytes", "Size of the captures that this run checked.", {"": totals.bytes}
+    yield "seconds", "How long the run took.", {"": round(totals.seconds, 3)}
     yield "end_time_seconds", "When the run ended, since 1970.", {"": round(time.time(), 3)}
 
 
-def metrics_lines(*run):
-    for name, meaning, samples in families(*run):
+def metrics_lines(rows, totals):
+    for name, meaning, samples in families(rows, totals):
         name = f"korva_archive_{name}"
         if samples:
             yield f"# HELP {name} {meaning}\n# TYPE {name} gauge\n"
@@ -41,5 +41,5 @@ def metrics_lines(*run):
     yield "# EOF\n"
 
 
-def write_metrics(path, *run):
-    table.write_whole(path, (line.encode() for line in metrics_lines(*run)))
+def write_metrics(path, rows, totals):
+    table.write_whole(path, (line.encode() for line in metrics_lines(rows, totals)))

@@ -44,12 +44,12 @@ def counts_of(rows):
     return {state: states.count(state) for state in ("bad", "unchecked", "clean")}
 
 
-def verdict(rows, summary):
+def verdict(rows, totals):
     """Green only when all captures were checked and are clean."""
     counts = counts_of(rows)
     worst = next((state for state, n in counts.items() if n), "unchecked")
     shares = "".join(f'<i class={COLOURS[state]} style="flex:{n}"></i>' for state, n in counts.items() if n)
-    yield f'<section class="verdict {COLOURS[worst]}"><strong>{escaped(summary)}</strong>'
+    yield f'<section class="verdict {COLOURS[worst]}"><strong>{escaped(totals.summary())}</strong>'
     found = [f"<span>{kind} {n} <small>in {sum(kind in row['kinds'] for row in rows)}</small></span>"
              for kind, n in all_rows.kinds_of(rows).items()]
     yield f"<p>{', '.join(found) or 'Nothing was found.'}</p>"
@@ -114,11 +114,11 @@ def head_cell(name, style):
     return f'<th scope=col class="{style}"{sort}>{text}'
 
 
-def page_parts(options, rows, summary, seconds):
+def page_parts(options, rows, totals):
     title = escaped(os.path.basename(options.output))
-    date = time.strftime("%Y-%m-%d %H:%M %Z", time.localtime(time.time() - seconds))
+    date = time.strftime("%Y-%m-%d %H:%M %Z", time.localtime(time.time() - totals.seconds))
     yield HEAD.format(title=title, date=date, style=part("page.css"))
-    yield from verdict(rows, summary)
+    yield from verdict(rows, totals)
     yield "<h2>Captures</h2>\n" + FORM.format(choices=choices(rows))
     yield f"<table><thead><tr>{''.join(head_cell(*head) for head in HEADS)}</thead><tbody>\n"
     for rank, row in enumerate(rows):
@@ -130,6 +130,6 @@ def page_parts(options, rows, summary, seconds):
     yield f"<script>{part('page.js')}</script></body></html>\n"
 
 
-def write_page(options, rows, summary, seconds):
-    parts = page_parts(options, rows, summary, seconds)
+def write_page(options, rows, totals):
+    parts = page_parts(options, rows, totals)
     table.write_whole(f"{options.output}/index.html", (part.encode() for part in parts))

@@ -8,6 +8,7 @@ import judge
 import job
 from text import size_text
 
+UNCLEAN, UNCHECKED = "NOT-CLEAN", "NOT-CHECKED"  # beside the kinds of alerts
 SINCE = ("new", "grown", "changed", "gone")  # as against the run that is gone on with
 
 
@@ -88,14 +89,25 @@ def kinds_of(rows):
     return dict(sorted(counts.items(), key=lambda item: (-item[1], item[0])))
 
 
-def bytes_of(rows):
-    """Of what could be checked."""
-    return sum(row["size"] or 0 for row in rows if is_checked(row))
+def has_kind(row, kinds):
+    words = set(row["kinds"])
+    words |= set() if is_clean(row) else {UNCLEAN}
+    words |= set() if is_checked(row) else {UNCHECKED}
+    return bool(words & kinds)
 
 
-def summary(rows, checked_bytes, seconds):
-    not_checked = sum(not is_checked(row) for row in rows)
-    not_clean = sum(not is_clean(row) for row in rows) - not_checked
-    captures = "1 capture" if len(rows) == 1 else f"{len(rows)} captures"
-    return (f"{captures}, {not_clean} not clean, {not_checked} not checked, "
-            f"{size_text(checked_bytes)} in {seconds:.1f} s")
+class Totals:
+    """What all rows come to; bytes and seconds are those of this run."""
+
+    def __init__(self, rows, known, seconds):
+        self.captures = len(rows)
+        self.not_checked = sum(not is_checked(row) for row in rows)
+        self.not_clean = sum(not is_clean(row) for row in rows) - self.not_checked
+        self.bytes = sum(known.rows[capture]["size"] or 0 for capture in known.sizes
+                         if is_checked(known.rows[capture]))
+        self.seconds = seconds
+
+    def summary(self):
+        captures = "1 capture" if self.captures == 1 else f"{self.captures} captures"
+        return (f"{captures}, {self.not_clean} not clean, {self.not_checked} not checked, "
+                f"{size_text(self.bytes)} in {self.seconds:.1f} s")

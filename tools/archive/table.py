@@ -39,14 +39,10 @@ def cell(value):
     return "'" + text if text[:1] in ("=", "+", "-", "@") else text
 
 
-def is_audit(options):
-    return any(word == "--audit" or word.startswith("--audit=") for word in options.korva_options)
-
-
-def csv_lines(rows, audit):
-    kinds = AUDIT_KINDS if audit else KINDS
+def csv_lines(rows, is_audit):
+    kinds = AUDIT_KINDS if is_audit else KINDS
     kinds = kinds + sorted(set(all_rows.kinds_of(rows)) - set(kinds))
-    indicators = INDICATORS if audit else []
+    indicators = INDICATORS if is_audit else []
     yield [*BEFORE, *kinds, *indicators, *AFTER]
     for row in rows:
         yield [cell(value) for value in (
@@ -61,9 +57,9 @@ class Lines(list):
         self.append(text.encode())
 
 
-def write_csv(path, rows, audit):
+def write_csv(path, rows, is_audit):
     lines = Lines()
-    csv.writer(lines).writerows(csv_lines(rows, audit))
+    csv.writer(lines).writerows(csv_lines(rows, is_audit))
     write_whole(path, lines)
 
 

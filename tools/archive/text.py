@@ -11,6 +11,11 @@ def shown(text):
         c if c.isprintable() else "".join(f"\\x{b:02x}" for b in os.fsencode(c)) for c in text)
 
 
+def error_text(error):
+    where = "" if error.filename is None else f"{shown(os.fsdecode(error.filename))}: "
+    return where + error.strerror
+
+
 def size_text(size):
     return next((f"{size / unit:.1f} {name}" for unit, name in UNITS if size >= unit), f"{size} B")
 
