@@ -20,6 +20,7 @@ ENDS = {"CANNOT-OPEN", "READ-FAILED"}
 STOPPING = {signal.SIGHUP, signal.SIGINT, signal.SIGPIPE, signal.SIGTERM}
 LANE = 96  # places in the lane of when
 LAST_WORDS = 64 << 10
+WHY = ("Assertion", "Cannot open")
 
 
 class Records:
@@ -85,12 +86,12 @@ def lane_of(records, duration, size):
 
 
 def last_words(folder_fd):
-    """What a run that failed says last: the assertion, if there is one."""
+    """What a run that failed says last: the line that tells why, if there is one."""
     with open("korva.report", "rb", opener=folders.open_beside(folder_fd)) as file:
         file.seek(max(0, file.seek(0, 2) - LAST_WORDS))
         lines = file.read().decode(errors="surrogateescape").splitlines()
     lines = [line for line in lines if line.strip() and " EXIT(" not in line]
-    line = next((line for line in lines if "Assertion" in line), lines[-1] if lines else "")
+    line = next((line for line in lines if any(why in line for why in WHY)), lines[-1] if lines else "")
     return (line.partition(" FSCN ")[2] or line).strip()  # without time stamp and level
 
 

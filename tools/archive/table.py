@@ -1,5 +1,6 @@
 """The table: as lines, as table.csv; and findings.jsonl."""
 
+import collections
 import csv
 import json
 import os
@@ -21,6 +22,8 @@ INDICATORS = ["1.1", "1.2", "1.3a", "1.4", "1.5a", "1.6", "2.1", "2.2", "2.3a", 
 FOUND = tuple(b'{"record":"%s"' % what for what in (b"alert", b"finding", b"cut"))
 BEFORE = ["result", "status", "alerts"]
 AFTER = ["size", "duration", "bitrate", "seconds", "host", "since", "file", "detail"]
+NO_FAULT = {"not checked", "failed"}
+ALIKE = 5  # rows with one cause that are shown
 WIDTH = 60  # of a path, before what follows is moved to the right
 
 
@@ -83,13 +86,29 @@ def findings_lines(output, rows):
                 yield file + record[1:]
 
 
+def without_echoes(rows):
+    """Rows, and how many more like each are left out: what no capture is the cause of is told once."""
+    alike = collections.Counter((row["result"], row["detail"]) for row in rows if row["result"] in NO_FAULT)
+    told = set()
+    for row in rows:
+        key = row["result"], row["detail"]
+        if key not in told:
+            yield row, alike[key] - 1 if alike[key] > ALIKE else 0
+        if alike[key] > ALIKE:
+            told.add(key)
+
+
+def cells_of(row, more):
+    length = "-" if row["duration"] is None else time_text(row["duration"])
+    what = "; ".join(filter(None, [row["since"], what_text(row)]))
+    file = shown(row["file"]) + (f" and {more} more" if more else "")
+    return row["result"], str(row["alerts"] or "-"), length, file, shown(what)
+
+
 def table_lines(rows):
     """Result, alerts, stream time, file, and what there is to say."""
     cells = [("result", "alerts", "length", "file", "")]
-    for row in rows:
-        length = "-" if row["duration"] is None else time_text(row["duration"])
-        what = "; ".join(filter(None, [row["since"], what_text(row)]))
-        cells.append((row["result"], str(row["alerts"] or "-"), length, shown(row["file"]), shown(what)))
+    cells += [cells_of(row, more) for row, more in without_echoes(rows)]
     results, alerts, lengths, files = (max(map(len, column)) for column in list(zip(*cells))[:4])
     for result, count, length, file, what in cells:
         yield f"{result:{results}}  {count:>{alerts}}  {length:>{lengths}}  {file:{min(WIDTH, files)}}  {what}".rstrip()
