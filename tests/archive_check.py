@@ -198,6 +198,8 @@ class Archive(unittest.TestCase):
         self.assertEqual(max(self.ran().values()), 2)
         lines = self.archive("--resume", status=0)
         self.assertEqual(lines[-2], "4 as checked before, 0 new, 0 grown, 0 changed, 0 gone")
+        cut.unlink()
+        self.archive("--resume", "--exit-alerts=NOT-CHECKED", status=0)
 
     def test_sources(self):
         a, b = self.dir / "d/a.ts", self.dir / "d/b.ts"

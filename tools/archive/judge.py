@@ -12,8 +12,8 @@ WORST = ["aborted", "not checked", "unreadable", "failed", "incomplete", "stoppe
          "nothing checked", "skipped"]
 # Of these nothing is known; the others were looked at.
 NOT_CHECKED = {"not checked", "unreadable", "failed", "gone", "empty", "nothing checked", "skipped"}
-# Of these not everything is known.
-NOT_WHOLE = NOT_CHECKED | {"aborted", "incomplete", "stopped"}
+# Of these not everything is known. One that is gone, as old captures go, is no cause for alarm.
+NOT_WHOLE = NOT_CHECKED - {"gone"} | {"aborted", "incomplete", "stopped"}
 # These are only the end of a run, and told as its result.
 ENDS = {"CANNOT-OPEN", "READ-FAILED"}
 # Nothing in a capture raises these: they come from outside, as when parallel(1) ends its jobs.

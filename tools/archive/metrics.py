@@ -17,7 +17,7 @@ def label(text):
 def families(rows, totals):
     """Name, meaning, and samples by label."""
     results = [row["result"] for row in rows]
-    by_file = {label(row["file"]): row for row in rows}
+    by_file = {label(row["file"]): row for row in rows if row["result"] != "gone"}
     yield "captures", "Captures by result.", {f'result="{name}"': results.count(name) for name in RESULTS}
     yield "alerts", "Alerts or findings by kind.", {f'kind="{k}"': n for k, n in all_rows.kinds_of(rows).items()}
     yield "capture_clean", "1 when the capture is clean.", {

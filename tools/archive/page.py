@@ -10,7 +10,7 @@ import folders
 import judge
 import rows as all_rows
 import table
-from text import shown, size_text, time_text, what_text
+from text import indicators_text, shown, size_text, time_text
 
 HEADS = (("Result", ""), ("Capture", ""), ("Alerts", "n"), ("Found", ""), ("When", ""), ("Length", "n"),
          ("Mbit/s", "n"), ("Size", "n"))
@@ -94,6 +94,12 @@ def number(name, value, text):
     return f'<td class=n data-name="{name}" data-key="{value or 0}">{shown_value}'
 
 
+def what(row):
+    """Kinds stay on their line."""
+    kinds = ", ".join(f"<span>{kind} {n}</span>" for kind, n in row["kinds"].items())
+    return "; ".join(filter(None, [kinds, indicators_text(row), escaped(row["detail"])]))
+
+
 def row_lines(output, rank, row):
     state = state_of(row)
     folder, _, name = row["file"].rpartition("/")
@@ -102,7 +108,7 @@ def row_lines(output, rank, row):
     yield f"<tr data-is={state}><td class=\"r {COLOURS[state]}\" data-key={rank}>{row['result']}"
     yield f"<th scope=row>{name} <small>{escaped(folder)}</small>"
     yield number("alerts", row["alerts"], lambda n: str(n) if n else "")
-    yield f"<td class=w>{escaped(what_text(row))}<td class=lane>{lane(row)}"
+    yield f"<td class=w>{what(row)}<td class=lane>{lane(row)}"
     yield number("length", row["duration"], time_text)
     yield number("Mbit/s", row["bitrate"], lambda rate: f"{rate / 1e6:.2f}")
     yield number("size", row["size"], size_text) + "\n"

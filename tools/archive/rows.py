@@ -91,8 +91,8 @@ def kinds_of(rows):
 
 def has_kind(row, kinds):
     words = set(row["kinds"])
-    words |= set() if is_clean(row) else {UNCLEAN}
-    words |= set() if is_checked(row) else {UNCHECKED}
+    if row["result"] not in (judge.CLEAN, "gone"):
+        words |= {UNCLEAN} if is_checked(row) else {UNCLEAN, UNCHECKED}
     return bool(words & kinds)
 
 

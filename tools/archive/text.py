@@ -26,10 +26,6 @@ def time_text(seconds):
     return f"{minutes // 60}:{minutes % 60:02}:{seconds:02}"
 
 
-def kinds_text(row):
-    return ", ".join(f"{kind} {n}" for kind, n in row["kinds"].items())
-
-
 def indicators_text(row):
     """Of TR 101 290, those that are not well."""
     bad = [name for name, state in row["indicators"].items() if state in ("fail", "warn")]
@@ -38,4 +34,5 @@ def indicators_text(row):
 
 def what_text(row):
     """What was found and what explains the result."""
-    return "; ".join(filter(None, [kinds_text(row), indicators_text(row), row["detail"]]))
+    kinds = ", ".join(f"{kind} {n}" for kind, n in row["kinds"].items())
+    return "; ".join(filter(None, [kinds, indicators_text(row), row["detail"]]))
