@@ -96,9 +96,8 @@ def last_words(folder_fd):
 
 
 def stop_text(report):
-    grid = report.get("looks_like")
-    looks = grid and f"packets of {grid['packet_size']} bytes from byte {grid['offset']} on?"
-    return "; ".join(filter(None, [report.get("not_checked"), looks]))
+    unread = report.get("unread_bytes")
+    return report.get("not_checked") or (f"{unread} bytes left unread" if unread else "")
 
 
 def judge_audit(report):
