@@ -218,7 +218,7 @@ class Archive(unittest.TestCase):
                 (["-"], b"d/a.ts\r\n\r\nd/b.ts\r\n", [a, b]), (["-"], b"\xef\xbb\xbfd/a.ts\n", [a]),
                 (["-"], b"d/b.ts\0d/a.ts\0", [a, b]),
                 (["-"], f"/{a}\n{a}\nd/./a.ts\nlink/a.ts\nempty/../d//a.ts\n".encode(), [a]),
-                (["d", "--pattern", "B*"], b"", [b])):
+                (["link/../d/a.ts"], b"", [a]), (["d", "--pattern", "B*"], b"", [b])):
             self.archive("--all", *sources, input=listed, status=0)
             self.assertEqual([row["file"] for row in self.rows()], sorted(map(str, files)), listed)
             shutil.rmtree(self.out)

@@ -8,7 +8,7 @@ function choose() {
   for (const row of rows) {
     row.hidden = !(show.value === 'all' || row.dataset.is === show.value ||
                    show.value === 'bad' && row.dataset.is !== 'clean') ||
-                 !row.textContent.toLowerCase().includes(text);
+                 !(row.dataset.path + row.textContent).toLowerCase().includes(text);
     count += !row.hidden;
   }
   document.getElementById('count').value = `${count} of ${rows.length} shown`;

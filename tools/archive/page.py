@@ -105,7 +105,8 @@ def row_lines(output, rank, row):
     folder, _, name = row["file"].rpartition("/")
     link = link_of(output, row)
     name = f'<a href="{html.escape(link)}">{escaped(name)}</a>' if link else escaped(name)
-    yield f"<tr data-is={state}><td class=\"r {COLOURS[state]}\" data-key={rank}>{row['result']}"
+    yield f'<tr data-is={state} data-path="{escaped(row["file"])}">'
+    yield f"<td class=\"r {COLOURS[state]}\" data-key={rank}>{row['result']}"
     yield f"<th scope=row>{name} <small>{escaped(folder)}</small>"
     yield number("alerts", row["alerts"], lambda n: str(n) if n else "")
     yield f"<td class=w>{what(row)}<td class=lane>{lane(row)}"
