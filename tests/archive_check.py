@@ -229,6 +229,12 @@ class Archive(unittest.TestCase):
         self.archive("nowhere", "empty", "d")
         cause = "without captures" if os.geteuid() == 0 else "Permission denied"
         self.assertRegex(" ".join(row["detail"] for row in self.rows()), f"{cause}.*No such file")
+        (self.dir / "nowhere").write_bytes(CLEAN)
+        self.assertEqual(self.archive("--resume", status=0)[0][:21], "2 as checked before, ")
+        row = self.rows()[0]
+        self.assertEqual(row["size"], "188000")
+        self.assertAlmostEqual(float(row["duration"]), 2.05, delta=0.05)  # seconds
+        self.assertAlmostEqual(int(row["bitrate"]), 735000, delta=15000)
 
     def test_path_beyond_the_limit(self):
         place, fd = self.dir, os.open(self.dir, os.O_PATH)
