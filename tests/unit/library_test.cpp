@@ -300,6 +300,7 @@ TEST(library, text_buffers) {
   add_ctxt_line(&closed, "dropped");
   dump_ctxt(e.out, "nothing", &closed);
   ASSERT_EQ(open_ctxt(&text, 40), 0);
+  dump_ctxt(e.out, "nothing", &text);
   EXPECT_EQ(cmp_ctxt(&text, &closed), 0);
   for (int i = 0; i < 3; ++i)
     add_ctxt_line(&text, "%d bcdefghijklmnopqrst", i);
