@@ -34,7 +34,8 @@ void add_pat(ts_stream &s, const operation &op) {
 // Streams are "0f:102" (type, PID) or, with descriptors, "0f:102:0a04656e6700".
 void add_pmt(ts_stream &s, const operation &op) {
   pmt_spec spec = {.pcr_pid = op.get<uint16_t>("pcr", 101),
-                   .descriptors = from_hex(op.get("descriptors"))};
+                   .descriptors = from_hex(op.get("descriptors")),
+                   .version = op.get<uint8_t>("version", 0)};
   for (const std::string &word : op.words) {
     es_spec es;
     char hex[400] = "";

@@ -70,13 +70,14 @@ void open_new(audit_ctx &a, uint64_t key, event e) {
   const uint8_t indicator = indicator_index(a, e);
   const uint32_t id = take_slot(f);
   open_finding &finding = f.open[id];
-  finding = {.first = std::move(e),
-             .key = key,
-             .serial = f.opened++,
-             .last_packet = e.packet,
-             .events = e.count,
-             .last_time = e.time,
-             .indicator = indicator};
+  finding.key = key;
+  finding.serial = f.opened++;
+  finding.last_packet = e.packet;
+  finding.events = e.count;
+  finding.last_time = e.time;
+  finding.indicator = indicator;
+  finding.next_parked = 0;
+  finding.first = std::move(e);
   f.latest[key] = id;
   f.queue.push({or_zero(finding.last_time), id});
 }

@@ -86,14 +86,23 @@ std::vector<uint16_t> programs_of(const audit_ctx &a, uint16_t pid) {
   return numbers;
 }
 
+// The program by which a stream is known.
+const program *program_of_stream(const audit_ctx &a, uint16_t pid) {
+  for (uint32_t next = a.records[pid].listings; next != 0;) {
+    const listing &l = a.tables.listings[next - 1];
+    if (l.is_stream)
+      return a.tables.programs[l.program].get();
+    next = l.next_of_pid;
+  }
+  return nullptr;
+}
+
 // "V H.264", "A AAC eng"
 void describe_stream(const audit_ctx &a, uint16_t pid, char (&what)[48]) {
-  const listing *l = nullptr;
-  for (uint32_t next = a.records[pid].listings; next != 0 && !(l && l->is_stream);) {
-    l = &a.tables.listings[next - 1];
-    next = l->next_of_pid;
-  }
-  for_each_stream(a.tables.programs[l->program]->section, [&](const pmt_stream &s) {
+  const program *pg = program_of_stream(a, pid);
+  if (!pg)
+    return;
+  for_each_stream(pg->section, [&](const pmt_stream &s) {
     if (s.pid != pid || what[0] != '\0')
       return;
     char language[4] = {};

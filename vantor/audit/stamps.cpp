@@ -101,8 +101,9 @@ double delay_ms(int64_t stamp, uint64_t packet, const pcr_track &before, const p
                         static_cast<double>(step.packets);
   const auto to_pcr = static_cast<double>(wrapped_step(stamp * PCR_TICKS, before.last, PCR_MODULO));
   double distance = to_pcr - passed;
-  if (distance < -static_cast<double>(PCR_MODULO / 2))
-    distance += static_cast<double>(PCR_MODULO);
+  constexpr auto modulo = static_cast<double>(PCR_MODULO);
+  if (distance < -modulo / 2)
+    distance += modulo;
   return distance / 27e3;
 }
 
