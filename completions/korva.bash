@@ -3,13 +3,21 @@
 _korva() {
   local shorts='-t -v -V -? -S -s -a -H -r -m -C -Y -k -A'
   local longs='--verbose --version --options --srctag --maxskip --alerts --hushlog --from --maxnum
-    --config --syslog --track --analyze --exit-alerts --json --progress --report'
+    --config --syslog --track --analyze --exit-alerts --json --progress --report --audit --packet-size
+    --limit'
   local analyzer='on off enable disable skipped_pkts= pdts_delta= pcr_delta= pcr_freq=
     max_zreset_time= cc_track='
   local traces='sdt_i misc_i pdts_u pat_pmt pcr_u cc_t pmt_d pat_d'
   local facilities='user local0 local1 local2 local3 local4 local5 local6 local7'
   local kinds='CC-BRK CC-RST PCR-DELTA AV-DELTA0 AV-DELTA+ PCR-FREQ PAT-DIFF PMT-DIFF PID-NDAT
     NOT-CHECKED'
+  local findings='SYNC-LOSS SYNC-BYTE TEI CC-LOSS CC-DUP CC-ORDER CC-AF PSI-CRC PSI-SYNTAX
+    PSI-TABLE PSI-SCRAMBLED PSI-VERSION PSI-GAP PCR-GAP PCR-JUMP PCR-ACCURACY
+    PTS-GAP STAMP-LATE STAMP-DELAY STAMP-BASE STAMP-ORDER STAMP-BACK STAMP-JUMP
+    PID-GAP SCRAMBLED CAT-MISSING RATE-LOSS AFC-RESERVED AF-SYNTAX PID-UNREFERENCED
+    LEADING PAT-CHANGE PMT-CHANGE PID-ABSENT'
+  local limits='pat_ms= pmt_ms= pcr_ms= pcr_accuracy_ns= pts_ms= pid_gap_ms= delay_ms= video_step_ms=
+    audio_step_ms= nit_ms= sdt_ms= eit_ms= tdt_ms='
 
   # The words up to the cursor, not yet cut at "=" and ":".
   local line=${COMP_LINE:0:COMP_POINT} words word prev
@@ -48,8 +56,14 @@ _korva() {
       [[ $before ]] || choices+=' all'
       ;;
     -S | --srctag | -s | --maxskip | -r | --from | -m | --maxnum) ;;
+    --audit)
+      [[ ${words[-1]} == *=* ]] && choices='mpeg dvb atsc ott' || compopt -o default
+      ;;
+    --packet-size) choices='auto 188 192 204 208' ;;
+    --limit) [[ $word == *=* ]] || choices=$limits ;;
     --exit-alerts)
       local before= kind
+      [[ $line == *--audit* ]] && kinds=$findings
       [[ ${words[-1]} == *=* ]] || { kinds= && compopt -o default; } # the argument is optional
       [[ $word == *,* ]] && before=${word%,*},
       for kind in $kinds; do

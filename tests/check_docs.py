@@ -48,7 +48,7 @@ items = [line for line in page.splitlines() if line.startswith(".It Fl")]
 in_page = set(re.findall(r"Fl (?:\\&)?(\S)(?=\s|$)", "\n".join(items)))
 long_in_page = set(re.findall(r"Fl Fl ([\w-]+)", "\n".join(items)))
 shorts = set(re.search(r'short_options\[\] = "([^"]+)"', options)[1]) - {":"}
-longs = set(re.findall(r'\{"([\w-]+)", \w+_argument', options))
+longs = set(re.findall(r'\{"([\w-]{2,})", \w+_argument', options))
 usage = set(re.findall(r"^ {7}-(\S)", run(program, "-?").stderr, re.M))
 check(in_page == shorts, f"korva.1 and options.cpp differ in {in_page ^ shorts}")
 check(long_in_page == longs, f"korva.1 and options.cpp differ in {long_in_page ^ longs}")
@@ -64,6 +64,15 @@ keys = set(re.findall(r'(?:look|load_config|get_member)\w*\(\w+, "(\w+)"', setti
 keys |= set(re.findall(r'\{"(\w+)", &tsan_config::\w+, \w+\}', settings)) | {k for k, _ in traces}
 check_names("key", keys, {"korva.1": page, "korva.conf": conf})
 
+# Of --audit: kinds of findings, limits, keys of the settings file.
+names = read("vantor/audit/names.cpp")
+limits, kinds = (set(re.findall(rf'"({name})"', names)) for name in (r"[a-z]+_[a-z_]+", "[A-Z]+(?:-[A-Z]+)+|TEI"))
+kinds -= {"EIT-P", "EIT-F"}
+check_names("limit", limits, {"korva.1": page, "korva.conf": conf, **completions})
+check_names("kind of finding", kinds | {"SCRAMBLED", "LEADING"}, completions)
+audit_keys = set(re.findall(r'key == "(\w+)"', read("vantor/tsa/audit_settings.cpp")))
+check_names("key", audit_keys, {"korva.1": page, "korva.conf": conf})
+
 # What bash offers behind the cursor; only the part behind the last "=" or ":" is replaced.
 for line, choices in {
     "korva --ex": "--exit-alerts",
@@ -74,6 +83,11 @@ for line, choices in {
     "korva -a on -Y local1": "local1",
     "korva --exit-alerts=CC-BRK,PID": "CC-BRK,PID-NDAT",
     "korva --exit-alerts ": "",
+    "korva --audit --exit-alerts=CC-LOSS,TE": "CC-LOSS,TEI",
+    "korva --audit=d": "dvb",
+    "korva --audit --limit=pcr_": "pcr_ms= pcr_accuracy_ns=",
+    "korva --limit pmt": "pmt_ms=",
+    "korva --packet-size 20": "204 208",
 }.items():
     script = ("compopt() { :; }; source completions/korva.bash; COMP_LINE=$1 COMP_POINT=${#1};"
               '_korva; echo "${COMPREPLY[*]}"')
@@ -85,6 +99,9 @@ for example in (conf, re.search(r"^    vnt: \{.*?^    \};", read("README.md"), r
     loaded = run(program, "-v", "-C", "/dev/stdin", "samples/clean.ts", input=example)
     check(loaded.returncode == 0 and "analyzer: \n" in loaded.stderr, loaded.stderr)
     check("(WRN)" not in loaded.stderr, loaded.stderr)
+
+loaded = run(program, "--audit", "-C", "/dev/stdin", "samples/clean.ts", input=conf)
+check(loaded.returncode == 0 and "\nPASS" in loaded.stderr, loaded.stderr)
 
 # The examples. Other lines than those of the sample come from streams that are not shipped.
 sample = "samples/damaged.ts"

@@ -73,6 +73,8 @@ void byte_source::refill(uint64_t from, size_t least) {
     } else if (n == 0 || errno != EINTR) {
       at_end = true;
       error = n == 0 ? 0 : errno;
+    } else if (stop && *stop) {
+      at_end = true;
     }
   }
   end = from + size;

@@ -7,6 +7,7 @@
 // always those of read(2), and what is added while it is read counts.
 #pragma once
 
+#include <csignal>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -53,6 +54,9 @@ public:
   // As fetch(), of what the file holds now.
   std::span<const uint8_t> fetch_again(uint64_t from, size_t least);
 
+  // Lets the file end at a read that a signal interrupts when `*flag` is set by then.
+  void stop_at(const volatile sig_atomic_t *flag) { stop = flag; }
+
   // The errno of the read(2) that made the end, 0 when it was the file's.
   int read_errno() const { return error; }
 
@@ -71,6 +75,7 @@ private:
   bool is_mapped = false;
   bool at_end = false;
   int error = 0;
+  const volatile sig_atomic_t *stop = nullptr;
   const uint8_t *data = nullptr; // what is at hand, in the window or in the buffer,
   uint64_t begin = 0, end = 0;   // and its offsets
   mapped_window window;

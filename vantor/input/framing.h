@@ -42,7 +42,7 @@ public:
   // What comes next; of packets at most `most`, which is not 0. Nothing follows an END.
   framing_step next(uint64_t most);
 
-  size_t packet_size() const { return size; }        // 0 before a grid was found
+  size_t packet_size() const { return has_grid ? size : 0; }
   uint64_t leading_bytes() const { return leading; } // before its first record
   uint64_t tail_bytes() const { return tail; }       // behind the last record, after END
   // Of the capture, to the next record; after END, all there were.

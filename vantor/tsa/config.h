@@ -7,6 +7,7 @@
 #include <span>
 
 #include "outputs/settings.h"
+#include "tsa/audit_options.h"
 #include "tsanalyze/tsan.h"
 
 struct config {
@@ -17,6 +18,7 @@ struct config {
   size_t max_records; // packets to analyze, 0 = all
 
   output_settings out;
+  audit_options audit;            // --audit and what belongs to it
   std::span<char *const> options; // words of the command line before the file
 };
 

@@ -5,8 +5,6 @@
 #include <cstdio>
 #include <memory>
 
-#include <libconfig.h>
-
 #include "log/statement.h"
 
 LOG_MODULE(0);
@@ -32,8 +30,8 @@ file_ptr open_settings(const char *path) {
   return file;
 }
 
-int load_section(tsan_config *cfg) {
-  const config_setting_t *section = config_lookup(&g_libcfg, section_path);
+int load_section(const config_t &file, tsan_config *cfg) {
+  const config_setting_t *section = config_lookup(&file, section_path);
   if (!section) {
     LOG(g_log, ERR_level, "%s: missing %s section\n", "load_config", section_path);
     return -1;
@@ -43,7 +41,7 @@ int load_section(tsan_config *cfg) {
 
 } // namespace
 
-int load_config(const char *path, tsan_config *cfg) {
+int load_settings(const char *path, const std::function<int(const config_t &)> &load) {
   const file_ptr file = open_settings(path);
   if (!file) {
     fprintf(stderr, "Failed to load [%s]\n", path);
@@ -53,13 +51,17 @@ int load_config(const char *path, tsan_config *cfg) {
   config_init(&g_libcfg);
   int rc = -1;
   if (config_read(&g_libcfg, file.get()) == CONFIG_TRUE)
-    rc = load_section(cfg);
+    rc = load(g_libcfg);
   else
     LOG(g_log, ERR_level, "Error reading/parsing config file [%s]: line %d: %s\n", path,
         config_error_line(&g_libcfg), config_error_text(&g_libcfg));
   config_destroy(&g_libcfg);
 
   if (rc != 0)
-    LOG(g_log, ERR_level, "%s: [%s] FAILED (%d)\n", __func__, path, rc);
+    LOG(g_log, ERR_level, "load_config: [%s] FAILED (%d)\n", path, rc);
   return rc;
+}
+
+int load_config(const char *path, tsan_config *cfg) {
+  return load_settings(path, [cfg](const config_t &file) { return load_section(file, cfg); });
 }

@@ -13,6 +13,7 @@
 #include "outputs/exit_status.h"
 #include "outputs/outputs.h"
 #include "tassert/tassert.h"
+#include "tsa/audit_run.h"
 #include "tsa/config.h"
 #include "tsa/options.h"
 #include "tsa/usage.h"
@@ -198,6 +199,8 @@ int run_program(int argc, char **argv, run_state &run) {
                  .options = g_cfg.options,
                  .first_packet = static_cast<uint64_t>(std::max<off_t>(g_cfg.start_rec, 1)),
                  .max_packets = g_cfg.max_records};
+  if (g_cfg.audit.is_on)
+    return run_audit(run.request);
   if (run.out.open(g_cfg.out, run.request, g_cfg.tsa) != 0)
     return -1;
   run.ctx = tsan_init(nullptr, &g_cfg.tsa, &rc);

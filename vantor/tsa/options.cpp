@@ -8,11 +8,14 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
+#include <vector>
 
 #include "log/statement.h"
 #include "meta/app_info.h"
 #include "outputs/exit_status.h"
 #include "syswrap/syswrap.h"
+#include "tsa/audit_settings.h"
 #include "tsa/config.h"
 #include "tsa/load_config.h"
 #include "tsa/usage.h"
@@ -25,10 +28,7 @@ namespace {
 
 constexpr char short_options[] = "tvV?S:s:a:Hr:m:C:Y:k:A:";
 
-// Options without a letter. Their names begin with letters that no name above them in the table
-// begins with, so that an abbreviation of one of those stays one.
-enum : int { OPT_JSON = 256, OPT_EXIT_ALERTS, OPT_PROGRESS, OPT_REPORT };
-
+// Names without a letter must not make an abbreviation of those with one ambiguous.
 constexpr option long_options[] = {
     {"verbose", no_argument, nullptr, 'v'},
     {"version", no_argument, nullptr, 'V'},
@@ -47,6 +47,10 @@ constexpr option long_options[] = {
     {"exit-alerts", optional_argument, nullptr, OPT_EXIT_ALERTS},
     {"progress", no_argument, nullptr, OPT_PROGRESS},
     {"report", required_argument, nullptr, OPT_REPORT},
+    {"audit", optional_argument, nullptr, OPT_AUDIT},
+    {"packet-size", required_argument, nullptr, OPT_PACKET_SIZE},
+    {"p", no_argument, nullptr, OPT_PROGRESS}, // which it was short for before
+    {"limit", required_argument, nullptr, OPT_LIMIT},
     {nullptr, 0, nullptr, 0},
 };
 
@@ -58,6 +62,24 @@ template <size_t size> void copy_text(char (&dst)[size], const char *src) {
 
 void print_version() {
   fprintf(stderr, "%s\n", get_custom_app_info(g_app_name, g_app_descr, nullptr));
+}
+
+// True when --audit stands anywhere on the line: it decides what other options mean. Works on a
+// copy, because getopt_long(3) sorts the words.
+bool asks_for_audit(int argc, char **argv) {
+  std::vector<char *> words(argv, argv + argc + 1);
+  const int shows_errors = std::exchange(opterr, 0);
+  bool found = false;
+  for (int opt;
+       (opt = getopt_long(argc, words.data(), short_options, long_options, nullptr)) != -1;)
+    found |= opt == OPT_AUDIT;
+  opterr = shows_errors;
+  reset_getopt_state();
+  return found;
+}
+
+int load_settings_of(const char *path) {
+  return g_cfg.audit.is_on ? load_audit_settings(path, g_cfg) : load_config(path, &g_cfg.tsa);
 }
 
 // Settings files are read before any other option acts, so that every option overrides them
@@ -74,7 +96,7 @@ int first_pass(int argc, char **argv) {
     case '?':
       usage(argv[0], EXIT_STATUS_USAGE);
     case 'C':
-      if (load_config(optarg, &g_cfg.tsa) != 0)
+      if (load_settings_of(optarg) != 0)
         return -1;
       break;
     default:
@@ -122,6 +144,9 @@ int set_tracking(const char *word) {
 }
 
 int apply_option(int opt, const char *arg) {
+  const auto done = g_cfg.audit.is_on ? apply_audit_option(opt, arg) : refuse_audit_option(opt);
+  if (done)
+    return *done;
   tsan_config &tsa = g_cfg.tsa;
   switch (opt) {
   case 'S':
@@ -198,6 +223,7 @@ void init_config() {
 }
 
 int parse_options(int argc, char **argv) {
+  g_cfg.audit.is_on = asks_for_audit(argc, argv);
   if (const int rc = first_pass(argc, argv))
     return rc;
   if (const int rc = second_pass(argc, argv))

@@ -1,0 +1,17 @@
+// Findings of an audit as lines of the logs.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "outputs/audit_facts.h"
+
+// For people, as "AUDIT CC-LOSS [tag] 00:00:06.058 PID 256 (0x0100) program 1: 7 packets lost at
+// packet 12162".
+std::string human_line(const audit_finding &finding, std::string_view tag);
+
+// For programs: kind, tag, PID, packet, offset, time, and the rest as key=value; "-" is none.
+std::string terse_line(const audit_finding &finding, std::string_view tag);
+
+// How it went: "PASS (2 of 19 not measurable)".
+std::string verdict_line(const audit_facts &facts);

@@ -1,0 +1,244 @@
+#include "tsa/audit_run.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+
+#include "input/framing.h"
+#include "log/statement.h"
+#include "outputs/audit_json.h"
+#include "outputs/audit_lines.h"
+#include "outputs/exit_status.h"
+#include "outputs/progress.h"
+#include "tsa/config.h"
+
+LOG_MODULE(0);
+
+namespace {
+
+volatile sig_atomic_t g_stop;
+
+struct audit_closer {
+  void operator()(audit_t audit) const { audit_free(audit); }
+};
+
+// What a run holds.
+struct audit_run {
+  explicit audit_run(const run_request &asked) : request(asked) {}
+
+  const run_request &request;
+  byte_source file;
+  framing packets{file, g_cfg.audit.packet_size};
+  std::unique_ptr<audit_ctx, audit_closer> audit;
+  audit_facts facts;
+  output_file json;
+  progress line;
+  bool is_hit = false; // by a finding that --exit-alerts asks for
+};
+
+// Without SA_RESTART: a read that waits for a pipe comes back.
+void take_signals() {
+  struct sigaction action = {};
+  action.sa_handler = [](int) { g_stop = 1; };
+  for (const int number : {SIGINT, SIGTERM})
+    sigaction(number, &action, nullptr);
+}
+
+bool is_asked_for(const audit_finding &f) {
+  return (g_cfg.audit.exit_on_fail && f.severity == AUDIT_FAIL) ||
+         (g_cfg.audit.exit_kinds >> f.kind & 1) != 0;
+}
+
+int level_of(audit_severity severity) {
+  constexpr int levels[] = {NORM_level, WARN_level, ERR_level};
+  return levels[severity];
+}
+
+void on_finding(void *opaque, const audit_finding *f) {
+  auto &run = *static_cast<audit_run *>(opaque);
+  run.is_hit |= is_asked_for(*f);
+  run.line.count_alert();
+  if (!g_cfg.tsa.no_rlog)
+    LOG(g_log, level_of(f->severity), "%s\n", human_line(*f, run.request.source).c_str());
+  if (g_cfg.tsa.access_log_alerts)
+    LOG(g_access_log, MIN_level, "%s\n", terse_line(*f, run.request.source).c_str());
+  if (run.json.is_open())
+    json_audit_finding(run.json, *f);
+}
+
+// Hands over what comes next; false at the end of the capture.
+bool take_step(audit_run &run, const framing_step &step) {
+  const audit_t audit = run.audit.get();
+  switch (step.what) {
+  case framing_step::PACKETS:
+    audit_packets(audit, step.bytes, step.count, run.packets.packet_size(), step.offset);
+    return true;
+  case framing_step::BAD_SYNC:
+    audit_sync_byte(audit, step.offset);
+    return true;
+  case framing_step::LOSS:
+    audit_sync_loss(audit, step.offset, step.lost_bytes);
+    return true;
+  case framing_step::END:
+    return false;
+  }
+  return false;
+}
+
+run_end end_of_reading(const audit_run &run, run_end otherwise) {
+  if (g_stop)
+    return run_end::signal;
+  return run.file.read_errno() != 0 ? run_end::read_failed : otherwise;
+}
+
+// Reads until the capture ends, or enough was read, or a signal came.
+run_end read_packets(audit_run &run) {
+  uint64_t left = run.request.max_packets != 0 ? run.request.max_packets : UINT64_MAX;
+  while (left != 0 && !g_stop) {
+    const framing_step step = run.packets.next(left);
+    if (!take_step(run, step))
+      break;
+    left -= step.count;
+    run.line.advance(run.packets.bytes_read());
+  }
+  return left == 0 ? run_end::limit : end_of_reading(run, run_end::complete);
+}
+
+void start_progress(audit_run &run) {
+  const uint64_t last = run.request.first_packet - 1 + run.request.max_packets;
+  const uint64_t wanted =
+      run.request.max_packets != 0 ? last * run.packets.packet_size() : run.facts.size;
+  if (g_cfg.out.progress)
+    run.line.start(std::min(wanted, run.facts.size));
+}
+
+audit_ending ending_of(run_end end) {
+  if (end == run_end::limit)
+    return AUDIT_LIMIT;
+  return end == run_end::complete ? AUDIT_COMPLETE : AUDIT_INTERRUPTED;
+}
+
+void count_indicators(audit_run &run) {
+  audit_indicator indicator = {};
+  indicator.size = sizeof indicator;
+  while (audit_get_indicator(run.audit.get(), run.facts.indicators, &indicator) == 0) {
+    ++run.facts.indicators;
+    run.facts.not_measurable += indicator.state == AUDIT_STATE_NOT_MEASURABLE;
+  }
+}
+
+// What was read, and with -m the size of the file all the same.
+void count_bytes(audit_run &run) {
+  run.facts.result.bytes = run.packets.bytes_read();
+  if (run.facts.result.end == run_end::limit)
+    run.facts.result.bytes = std::max(run.facts.result.bytes, run.facts.size);
+  if (run.request.max_packets == 0)
+    run.facts.tail = run.packets.tail_bytes();
+}
+
+// Judges the packets. Returns the status of the run.
+int judge(audit_run &run) {
+  audit_config cfg = run.facts.settings;
+  cfg.first_packet = run.request.first_packet;
+  cfg.opaque = &run;
+  cfg.on_finding = on_finding;
+  run.audit.reset(audit_init(&cfg));
+  if (!run.audit) {
+    fprintf(stderr, "No memory for the audit\n");
+    return EXIT_STATUS_NOMEM;
+  }
+  const audit_t audit = run.audit.get();
+  run.facts.leading = run.packets.leading_bytes();
+  if (run.facts.leading != 0)
+    audit_leading(audit, run.facts.leading);
+  start_progress(run);
+  run.facts.result.end = read_packets(run);
+  audit_end(audit, ending_of(run.facts.result.end));
+  run.line.finish();
+  run.facts.report.size = sizeof run.facts.report;
+  audit_get_report(audit, &run.facts.report);
+  if (run.json.is_open())
+    json_audit_records(run.json, audit);
+  count_bytes(run);
+  count_indicators(run);
+  return run.facts.report.out_of_memory ? EXIT_STATUS_NOMEM : EXIT_STATUS_OK;
+}
+
+// No packet is there to be judged.
+int report_nothing(audit_run &run) {
+  run.facts.result.bytes = run.facts.leading = run.packets.bytes_read();
+  run.facts.report.verdict = AUDIT_NOTHING_CHECKED;
+  run.facts.report.duration = run.facts.report.bitrate = NAN;
+  run.facts.report.cbr = -1;
+  if (is_unreadable(run.facts.result.end))
+    return EXIT_STATUS_OK; // as without --audit
+  fprintf(stderr, "No packet to audit in [%s]\n", run.request.file);
+  return EXIT_STATUS_FAILED;
+}
+
+void write_header(audit_run &run) {
+  run.facts.packet_size = run.packets.packet_size();
+  if (run.json.is_open())
+    json_audit_header(run.json, run.request, run.facts);
+}
+
+int read_file(audit_run &run) {
+  LOG(g_log, NORM_level, "%s STARTING. PID=%ld\n", run.request.generator,
+      static_cast<long>(getpid()));
+  LOG(g_log, INFO_level, "reading [%s]\n", run.request.file);
+  const bool has_packet = run.packets.start(run.request.first_packet);
+  write_header(run);
+  if (has_packet)
+    return judge(run);
+  run.facts.result.end = end_of_reading(run, run_end::failed);
+  return report_nothing(run);
+}
+
+int open_file(audit_run &run) {
+  const int err = run.file.open(run.request.file);
+  if (err == 0) {
+    run.facts.size = run.file.remaining();
+    run.file.stop_at(&g_stop);
+    take_signals();
+    return read_file(run);
+  }
+  fprintf(stderr, "Cannot open [%s]: %s\n", run.request.file, strerror(err));
+  run.facts.result.end = run_end::cannot_open;
+  write_header(run);
+  return report_nothing(run);
+}
+
+// Tells how it went. Returns the status of the run.
+int finish(audit_run &run, int status) {
+  const bool is_hit = run.is_hit || is_unreadable(run.facts.result.end);
+  const bool tells = g_cfg.audit.exit_on_fail || g_cfg.audit.exit_kinds != 0;
+  run.facts.result.status =
+      status == EXIT_STATUS_OK && tells && is_hit ? EXIT_STATUS_ALERTS : status;
+  fprintf(stderr, "%s\n", verdict_line(run.facts).c_str());
+  if (!run.json.is_open())
+    return run.facts.result.status;
+  json_audit_report(run.json, run.facts);
+  const int err = run.json.complete();
+  if (err != 0)
+    fprintf(stderr, "Cannot write [%s]: %s\n", g_cfg.out.json_path, strerror(err));
+  return err == 0 ? run.facts.result.status : EXIT_STATUS_FAILED;
+}
+
+} // namespace
+
+int run_audit(const run_request &request) {
+  audit_run run(request);
+  run.facts.settings = make_audit_config(g_cfg.audit);
+  const int err = g_cfg.out.json_path ? run.json.open(g_cfg.out.json) : 0;
+  if (err != 0) {
+    fprintf(stderr, "Cannot create [%s]: %s\n", g_cfg.out.json_path, strerror(err));
+    return EXIT_STATUS_FAILED;
+  }
+  setvbuf(stdout, nullptr, _IONBF, 0); // findings reach a pipe at once
+  return finish(run, open_file(run));
+}
