@@ -8,6 +8,8 @@
 #include <fstream>
 #include <string>
 
+#include <bitstream/mpeg/psi.h>
+
 #include "support/ts_builder.h"
 
 namespace {
@@ -181,6 +183,60 @@ void write_hostile() {
   write_seed("descriptor_tags", text);
 }
 
+// Any section with a PAT's header, which need not be one.
+ts_bytes section_of(uint8_t table_id, const section_spec &spec = {}) {
+  ts_bytes bytes = pat_section({{1, 100}, {2, 200}}, spec);
+  bytes[0] = table_id;
+  psi_set_crc(bytes.data());
+  return bytes;
+}
+
+ts_packet &set(ts_packet &pkt, size_t at, uint8_t bits) {
+  pkt[at] |= bits;
+  return pkt;
+}
+
+// Three seconds of everything that an audit reads, in each of its profiles and packet sizes.
+ts_stream capture() {
+  const ts_bytes ca = {9, 4, 0, 1, 0xe1, 0x90},
+                 subtitles = {0x59, 8, 'e', 'n', 'g', 0x10, 0, 1, 0, 1};
+  ts_stream s;
+  for (uint64_t t = 900'000; t < 900'000 + 30 * 9000; t += 9000) {
+    s.pat({{0, 16}, {1, 100}, {2, 200}});
+    s.pmt(100, av_pmt(1, 101));
+    s.pmt(200, {.program = 2, .pcr_pid = 201, .es = {{2, 201, ca}, {6, 202, subtitles}}});
+    s.section(1, section_of(1));
+    s.section(16, section_of(0x40));
+    s.section(17, section_of(0x42));
+    s.section(18, section_of(0x4e, {.section = static_cast<uint8_t>(t / 9000 % 2)}));
+    s.section(20, section_of(0x70));
+    s.pcr(101, t - 9000);
+    s.pcr(201, t + 90'000'000);
+    s.pes(101, {.pts = t + 3600, .dts = t});
+    s.pes(102, {.pts = t, .stream_id = 0xc0});
+    set(s.data(201), 3, 0x80); // scrambled
+    s.null();
+  }
+  return s;
+}
+
+void write_audit() {
+  for (uint8_t profile = 0; profile < 4; ++profile)
+    write_seed("audit_" + std::to_string(profile), capture(),
+               {.checks = static_cast<uint8_t>(profile | profile << 3)});
+  ts_stream faults = capture();
+  set(faults.data(101), 1, 0x80); // transport_error_indicator
+  faults.lose(101, 3).data(101);
+  faults.repeat();
+  faults.repeat();
+  faults.data(102)[3] &= 0xcf; // adaptation_field_control 00
+  faults.packet(102, {.af_length = 250});
+  faults.pat({{1, 100}}, {.version = 1});
+  for (size_t i = 40; i < faults.packets.size(); i += 41)
+    faults.packets[i][0] = 0;
+  write_seed("audit_framing", faults, {.checks = 4});
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
@@ -193,5 +249,6 @@ int main(int argc, char **argv) {
   write_alerts();
   write_assertions();
   write_hostile();
+  write_audit();
   return 0;
 }
