@@ -192,7 +192,9 @@ class Outputs(unittest.TestCase):
             self.assertEqual(drawn, {sample[1:3] for sample in want.samples})
             for pid in {pid for _, pid, _ in want.breaks}:
                 strip = rf'0 0 (\d+) 1" data-pid={pid} data-alert="CC-BRK"><path d="(.*?)"'
-                marks = "".join(f"M{at} 0v1" for _, p, at in want.breaks if p == pid)
+                hit = [at for _, p, at in want.breaks if p == pid]
+                marks = f"M{hit[0]} 0v1"
+                marks += "".join(f"m{b - a}-1v1" for a, b in itertools.pairwise(hit))
                 self.assertEqual(re.search(strip, page).groups(), ("2989", marks))
             self.assertIn("<dt>Stream time<dd>0:02.989<", page)
 

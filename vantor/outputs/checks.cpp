@@ -151,6 +151,12 @@ check_report report_samples(const checked_run &run, check_report report, tsan_sa
   return report_count(report, samples_of(run, kind), why_no_samples(run, kind));
 }
 
+// Why there was no PAT.
+reason_text why_no_table(const checked_run &run) {
+  const reason_text why = why_unchecked(run);
+  return why.is_empty() ? why_no_program(run.seen) : why;
+}
+
 check_report report_counters(const checked_run &run, check_report report) {
   if (!run.settings.is_enabled || !run.settings.cc_track) {
     report.state = check_state::off;
@@ -214,7 +220,7 @@ check_report report_check(const checked_run &run, tsan_alert_kind kind) {
     return report_samples(run, report, TSAN_PCR_INTERVAL);
   case TSAN_PAT_DIFF:
     report.unit = "PATs";
-    return report_count(report, run.seen ? run.seen->pats : 0, why_no_program(run.seen));
+    return report_count(report, run.seen ? run.seen->pats : 0, why_no_table(run));
   case TSAN_PMT_DIFF:
     report.unit = "PMTs";
     return report_count(report, tables_of(run), why_unchecked(run));

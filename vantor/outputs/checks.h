@@ -1,12 +1,15 @@
 // What each check of a run looked at; and when there was nothing, why.
 #pragma once
 
+#include <string_view>
+
 #include "outputs/checked_run.h"
 
 // In the field's words: "no PAT"; empty: there is no reason.
 struct reason_text {
   char text[192] = {};
   bool is_empty() const { return text[0] == '\0'; }
+  bool is_question() const { return std::string_view(text).ends_with('?'); }
 };
 
 // Why no packet of the run, or of a program, was analyzed; empty when one was.

@@ -86,6 +86,11 @@ void outputs::packet(const uint8_t *bytes) {
   watch->time.packet(pkt, tsan_get_pidx(ctx));
 }
 
+void outputs::sync_lost(std::span<const uint8_t> rest) {
+  if (collects())
+    grid_at_hand = find_grid(rest, packet_offset(*request, tsan_get_pidx(ctx) + 1), false);
+}
+
 const listed_pmt *outputs::pmt_of_program(int program) const {
   return watch && program >= 0 ? pmt_of(&watch->tables, ctx, static_cast<size_t>(program))
                                : nullptr;
@@ -119,7 +124,11 @@ capture_rest outputs::rest_of_capture(run_end end) const {
     return {};
   const bool is_sync_lost = data.alerts[TSAN_OUT_OF_SYNC] != 0;
   const uint64_t first_unread = tsan_get_pidx(ctx) + (is_sync_lost ? 0 : 1);
-  return look_behind(request->file, packet_offset(*request, first_unread), is_sync_lost);
+  capture_rest rest =
+      look_behind(request->file, packet_offset(*request, first_unread), is_sync_lost);
+  if (!rest.is_known)
+    rest.grid = grid_at_hand;
+  return rest;
 }
 
 bool outputs::write_page(const checked_run &run) {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <memory>
+#include <span>
 
 #include "outputs/checked_run.h"
 #include "outputs/output_file.h"
@@ -23,6 +24,9 @@ public:
   // True when each packet is to be handed over once the analyzer has had it.
   bool watches_packets() const { return watch != nullptr; }
   void packet(const uint8_t *bytes);
+
+  // Tells the bytes at hand from the packet without sync byte on, before the analyzer has it.
+  void sync_lost(std::span<const uint8_t> rest);
 
   // Completes all files. Returns the status of the run.
   int finish(tsan_t ctx, run_result result);
@@ -56,6 +60,7 @@ private:
   exit_alerts exit;
   report_data data;
   std::unique_ptr<packet_watch> watch;
+  sync_grid grid_at_hand; // where sync was lost, in what had been read
   // Memory was refused: from then on alerts and samples are only counted.
   bool is_incomplete = false;
   std::unique_ptr<char[]> reserve; // given back then, so that the analyzer still has what it needs

@@ -9,10 +9,7 @@
 namespace {
 
 // What keeps the page below 1 MB.
-enum : size_t {
-  MAX_LANES = 100,
-  LANE_MARKS = 16'384,
-};
+enum : size_t { LANE_MARKS = 16'384 };
 
 constexpr const char *meanings[TSAN_ALERT_KINDS] = {
     "continuity counter broken: packets lost or repeated",
@@ -118,27 +115,21 @@ void put_checks(html_text &page, const checked_run &run) {
 void put_timeline(html_text &page, const time_axis &axis, const report_data &data) {
   if (data.rows.empty())
     return;
-  const size_t lanes = std::min<size_t>(data.rows.size(), MAX_LANES);
   page.format("<h2>Alerts over %s</h2>", axis.in_packets ? "packets" : "stream time");
-  for (size_t i = 0; i < lanes; ++i) {
-    const alert_row &row = data.rows[i];
+  for (const alert_row &row : data.rows) {
     page.format(
         "<div class=lane><div><span>%s <b>%s</b></span><span class=hit>%s</span></div><div>",
         owner_text(row).text, tsan_alert_name(row.kind), grouped(row.count).text);
     put_strip(page, axis, {tsan_alert_name(row.kind), row.program, row.pid, row.kind}, row.marks,
-              LANE_MARKS / lanes);
+              LANE_MARKS / data.rows.size());
     page.put("</div></div>");
   }
   page.put("<div class=lane><div></div>");
   put_time_labels(page, axis);
   page.put("</div>");
-  if (lanes < data.rows.size())
-    page.format("<p class=note>%zu more pairs of PID and alert are not drawn.</p>",
-                data.rows.size() - lanes);
-  if (data.unplotted != 0)
-    page.format(
-        "<p class=note>%s values came when no room was left to place them; they are counted.</p>",
-        grouped(data.unplotted).text);
+  if (data.unplaced_alerts != 0)
+    page.format("<p class=note>%s alerts of more PIDs and kinds are counted, but not drawn.</p>",
+                grouped(data.unplaced_alerts).text);
 }
 
 void put_list(html_text &page, const time_axis &axis, const checked_run &run) {

@@ -122,7 +122,7 @@ void report_data::place(const tsan_alert &a, double time) {
     ++row->count;
     merge_bucket(bucket_at(row->marks, at, width), at + 1);
   } else {
-    ++unplotted;
+    ++unplaced_alerts;
   }
 }
 
@@ -135,7 +135,7 @@ void report_data::place(const tsan_sample &s, double time) {
     found->sum.add(ms);
     merge_bucket(here, {1, ms, ms, ms});
   } else {
-    ++unplotted;
+    ++unplaced_samples;
   }
 }
 

@@ -15,9 +15,9 @@
 #include "tsanalyze/readout.h"
 
 enum : size_t {
-  MAX_SERIES = 192, // 20 KiB each
-  MAX_ROWS = 512,   // 4 KiB each
-  MAX_LISTED = 40,  // alerts of each kind told one by one
+  MAX_SERIES = 96, // 30 KiB each
+  MAX_ROWS = 100,  // 4 KiB each
+  MAX_LISTED = 40, // alerts of each kind told one by one
   MAX_PROGRAMS = 32,
 };
 
@@ -77,7 +77,8 @@ public:
   std::vector<measured_series> measured;
   std::vector<alert_row> rows;
   std::vector<listed_alert> listed;
-  uint64_t unplotted = 0; // samples and alerts of what came after the last series or row
+  // Of PIDs that came when all places were taken: counted only.
+  uint64_t unplaced_samples = 0, unplaced_alerts = 0;
 
 private:
   uint64_t place_of(double time, uint64_t packet);

@@ -19,7 +19,6 @@ namespace {
 enum : size_t {
   PLOT_BUCKETS = 8'192,
   MAX_DRAWN = 512,
-  MAX_PLOTS = 96,
   MAX_WORDS = 2'000, // bytes of the command line
 };
 
@@ -49,15 +48,15 @@ void put_end(html_text &page, const run_result &result) {
 // What was left, and what it looks like.
 void put_rest(html_text &page, const capture_rest &rest) {
   if (rest.is_known)
-    page.format(" %s of it were left unread.", size_text(rest.bytes).text);
+    page.format(" %s were left unread.", size_text(rest.bytes).text);
   const sync_grid &grid = rest.grid;
   if (grid.packet_size == TS_PKT_SIZE)
     page.format(" Packets of 188 bytes go on at byte %s.", grouped(grid.offset).text);
   else if (grid.packet_size != 0)
-    page.format(" They look like packets of %zu bytes, with a sync byte at byte %s.",
+    page.format(" What follows looks like packets of %zu bytes, with a sync byte at byte %s.",
                 grid.packet_size, grouped(grid.offset).text);
   else if (rest.is_known && rest.is_sync_lost)
-    page.put(" They do not look like packets of 188, 192, 204 or 208 bytes.");
+    page.put(" What follows does not look like packets of 188, 192, 204 or 208 bytes.");
 }
 
 void put_alert_counts(html_text &page, const report_data &data) {
@@ -100,7 +99,7 @@ void put_verdict(html_text &page, const checked_run &run) {
   if (!why.is_empty()) {
     page.put("No packet of a stream was analyzed: ");
     page.put_escaped(why.text);
-    page.put(". ");
+    page.put(why.is_question() ? " " : ". ");
   }
   put_alert_counts(page, run.data);
   if (why.is_empty())
@@ -236,17 +235,17 @@ void put_measures(html_text &page, const time_axis &axis, const checked_run &run
   if (order.empty())
     return;
   std::ranges::sort(order, {}, [](auto *s) { return std::tuple(s->program, s->what, s->pid); });
-  const size_t plots = std::min<size_t>(order.size(), MAX_PLOTS);
   page.put("<h2>Clocks and time stamps</h2><p class=note>Line: average; band: least to greatest, "
            "per stretch of time. On the right, how often each value came. PTS and DTS to PCR: how "
            "long before its time an audio access unit begins to arrive. Mux skew: an audio time "
            "stamp less the last one of video that arrived before it; it tells how they are "
            "multiplexed, not whether lips and sound agree.</p>");
-  for (size_t i = 0; i < plots; ++i)
-    put_measure(page, axis, run.settings, *order[i],
-                std::min<size_t>(MAX_DRAWN, PLOT_BUCKETS / plots));
-  if (plots < order.size())
-    page.format("<p class=note>%zu more measures are not drawn.</p>", order.size() - plots);
+  for (const measured_series *s : order)
+    put_measure(page, axis, run.settings, *s,
+                std::min<size_t>(MAX_DRAWN, PLOT_BUCKETS / order.size()));
+  if (run.data.unplaced_samples != 0)
+    page.format("<p class=note>%s values of more PIDs are counted, but not drawn.</p>",
+                grouped(run.data.unplaced_samples).text);
 }
 
 void put_head(html_text &page, const char *source) {

@@ -250,9 +250,13 @@ void put_strip(html_text &page, const time_axis &axis, const picture &what,
   page.format("<svg class=strip role=img aria-label=\"%s over time\" preserveAspectRatio=none "
               "viewBox=\"0 0 %" PRIu64 " 1\" data-pid=%u data-alert=\"%s\"><path d=\"",
               what.name, axis.length, what.pid, what.name);
-  for (const mark at : drawn)
-    if (at != 0)
-      page.format("M%" PRIu64 " 0v1", at - 1);
+  uint64_t last = 0;
+  for (const mark one : drawn) {
+    if (one == 0)
+      continue;
+    page.format(last == 0 ? "M%" PRIu64 " 0v1" : "m%" PRIu64 "-1v1", one - std::max<mark>(last, 1));
+    last = one;
+  }
   page.put("\"/></svg>");
 }
 

@@ -112,6 +112,7 @@ int analyze_without_sync(run_state &run, std::span<const uint8_t> &rest) {
   run.result.bytes -= size - rest.size();
   if (rest.empty())
     return 0;
+  run.out.sync_lost(rest);
   const int rc = tsan_process(run.ctx, rest.data());
   rest = rest.subspan(PKT_SIZE);
   count_records(run, rc == 0 ? 1 : 0);
