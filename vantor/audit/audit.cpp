@@ -31,20 +31,13 @@ struct adaptation {
 };
 
 adaptation read_adaptation(ts_pkt pkt) {
-  const size_t length = pkt.bytes[4];
+  const size_t length = pkt.adaptation_length;
   const size_t longest = ts_payload_flag(pkt) ? 182 : 183;
   if (length > longest)
     return {.payload_at = TS_PKT_SIZE, .fits = false};
-  const unsigned flags = length != 0 ? pkt.bytes[5] : 0;
   return {.payload_at = 5 + length,
-          .is_announced = (flags & 0x80) != 0,
-          .has_pcr = (flags & 0x10) && length >= 7};
-}
-
-int64_t read_pcr(const uint8_t *bytes) {
-  const int64_t base =
-      int64_t{bytes[6]} << 25 | bytes[7] << 17 | bytes[8] << 9 | bytes[9] << 1 | bytes[10] >> 7;
-  return base * 300 + ((bytes[10] & 1) << 8 | bytes[11]);
+          .is_announced = ts_discontinuity(pkt),
+          .has_pcr = ts_has_whole_pcr(pkt)};
 }
 
 uint64_t eight_bytes(const uint8_t *bytes) {
@@ -94,11 +87,11 @@ void take(audit_ctx &a, ts_pkt pkt, uint64_t offset) {
   pid_state &p = a.pids[pid];
   if (p.packets++ == 0) [[unlikely]]
     a.seen_pids.push_back(static_cast<uint16_t>(pid));
-  if (pkt.header & 0x800000) [[unlikely]]
+  if (ts_transport_error(pkt)) [[unlikely]]
     return take_damaged(a, pid);
   if (pid == PID_NULL)
     return;
-  const bool is_scrambled = pkt.header & 0xC0;
+  const bool is_scrambled = ts_is_scrambled(pkt);
   if (is_scrambled) [[unlikely]]
     take_scrambled(a, pid);
 
@@ -132,7 +125,7 @@ void take(audit_ctx &a, ts_pkt pkt, uint64_t offset) {
   if (af.is_announced) [[unlikely]]
     restart_steps(a, pid16);
   if (af.has_pcr) {
-    const taken_pcr taken = take_pcr(a, pid16, read_pcr(pkt.bytes), af.is_announced);
+    const taken_pcr taken = take_pcr(a, pid16, ts_get_pcr(pkt), af.is_announced);
     if (taken.step.is_knot)
       at_knot(a);
     judge_by_pcr(a, pid16, taken);

@@ -238,7 +238,7 @@ void take_psi_packet(audit_ctx &a, uint16_t pid, pkt_bytes payload, bool is_unit
       feed(a, pid, g, payload);
     return;
   }
-  const size_t pointer = payload[0];
+  const size_t pointer = ts_read_once(payload.data());
   if (1 + pointer > payload.size()) {
     drop(g);
     raise_syntax(a, pid, -1);

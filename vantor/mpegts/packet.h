@@ -12,6 +12,12 @@
 
 using pkt_bytes = std::span<const uint8_t>;
 
+// A byte that bounds what is read, of memory that another process may write: the compiler must not
+// read it again.
+inline uint8_t ts_read_once(const uint8_t *byte) {
+  return *static_cast<const volatile uint8_t *>(byte);
+}
+
 // One packet, with the four bytes that each begins with (2.4.3.2) as one number, and the byte
 // behind them. It is handed on by value, so that those are read once.
 struct ts_pkt {
@@ -73,7 +79,8 @@ inline bool ts_has_pcr(ts_pkt pkt) {
 
 // The same of an adaptation field that fits its packet and holds the PCR in full.
 inline bool ts_has_whole_pcr(ts_pkt pkt) {
-  const size_t length = pkt.adaptation_length, most = TS_PKT_SIZE - 5 - (ts_payload_flag(pkt) ? 1 : 0);
+  const size_t length = pkt.adaptation_length,
+               most = TS_PKT_SIZE - 5 - (ts_payload_flag(pkt) ? 1 : 0);
   return ts_adaptation_flag(pkt) && length >= 7 && length <= most && (pkt.bytes[5] & 0x10);
 }
 
