@@ -4,6 +4,7 @@ It keeps what each run says in files/PATH and writes its row on a line to standa
 copied into the folder of the results, where each host sees it, and needs nothing but Python.
 """
 
+import contextlib
 import json
 import os
 import resource
@@ -17,20 +18,32 @@ import folders
 import judge
 
 OUTPUT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
-# Logs, records and page of a capture take 64 MiB at most: 15 from the front, 1 from the end of each.
-FRONT, END = 15 << 20, 1 << 20
+# Logs, records and page of a capture take 64 MiB at most: 12 from the front, 4 from the end of each.
+FRONT, END = 12 << 20, 4 << 20
 TAG = 63  # bytes that korva keeps of a source tag
 LOGS = ("korva.alerts", "korva.report", "korva.jsonl", "korva.html")
 RESULT = "korva.result"
+ENVIRONMENT = dict(os.environb)
+running = None  # korva's process
 
 
 class Log:
-    """A file that keeps the front and the end of what is written to it."""
+    """A pipe from korva to a file that keeps the front and the end of what comes."""
 
     def __init__(self, name, folder_fd):
         self.file = open(name, "wb", opener=folders.open_beside(folder_fd))
         self.is_json = name.endswith(".jsonl")
         self.room, self.end, self.cut = FRONT, bytearray(), 0
+        self.read_end, self.write_end = os.pipe()
+
+    def __enter__(self):
+        return self
+
+    def take(self):
+        """Returns false when nothing comes any more."""
+        data = os.read(self.read_end, 1 << 18)
+        self.write(data)
+        return len(data) > 0
 
     def write(self, data):
         if self.room > 0 and len(data) <= self.room:
@@ -49,7 +62,7 @@ class Log:
         self.cut += size
         del self.end[:size]
 
-    def close(self):
+    def write_end_of_file(self):
         if len(self.end) > END:
             self.drop(len(self.end) - END)
         if self.cut:
@@ -57,7 +70,11 @@ class Log:
             mark = '{"record":"cut","bytes":%d}\n' if self.is_json else "korva-archive: %d bytes left out here\n"
             self.file.write((mark % self.cut).encode())
         self.file.write(self.end)
-        self.file.close()
+
+    def __exit__(self, *_):
+        os.close(self.read_end)
+        with self.file:
+            self.write_end_of_file()
 
 
 def tag_of(path):
@@ -69,67 +86,52 @@ def tag_of(path):
     return b"..." + end[next((i for i in range(4) if end[i] & 0xc0 != 0x80), 0):]
 
 
-class Korva:
-    """A run of korva, each of its outputs through a pipe into a log."""
+def start(options, path, logs):
+    """Returns korva's process, which alone holds the other ends of the pipes."""
+    alerts, report, *files = (log.write_end for log in logs)
+    for fd in files:
+        os.set_inheritable(fd, True)
+    outputs = [f"{option}=/dev/fd/{fd}" for option, fd in zip(("--json", "--report"), files)]
+    program, *words = options["korva"]
+    try:
+        return os.posix_spawnp(
+            program, [program, "-a", "on", "-S", tag_of(path), *words, *outputs, "--", path.rpartition("/")[2]],
+            ENVIRONMENT, setsigdef=[signal.SIGPIPE, signal.SIGXFSZ],  # which Python ignores
+            file_actions=[(os.POSIX_SPAWN_OPEN, 0, "/dev/null", os.O_RDONLY, 0),
+                          (os.POSIX_SPAWN_DUP2, alerts, 1), (os.POSIX_SPAWN_DUP2, report, 2)])
+    finally:
+        for log in logs:
+            os.close(log.write_end)
 
-    running = None
 
-    environment = dict(os.environb)
+def keep_outputs(logs):
+    waiting = {log.read_end: log for log in logs}
+    pipes = select.poll()
+    for fd in waiting:
+        pipes.register(fd, select.POLLIN)
+    while waiting:
+        for fd, _ in pipes.poll():
+            if not waiting[fd].take():
+                pipes.unregister(fd)
+                del waiting[fd]
 
-    def __init__(self, options, path, folder_fd):
-        self.logs = {}
-        ends = []
-        for name in LOGS[:4 if options["report"] else 3]:
-            read_end, write_end = os.pipe()
-            self.logs[read_end] = Log(name, folder_fd)
-            ends.append(write_end)
-        for fd in ends[2:]:
-            os.set_inheritable(fd, True)
-        outputs = [f"{option}=/dev/fd/{fd}" for option, fd in zip(("--json", "--report"), ends[2:])]
-        program, *words = options["korva"]
+
+def run_korva(options, path, folder_fd):
+    """Returns the exit status as a shell has it, and how many bytes the logs lack."""
+    global running
+    with contextlib.ExitStack() as stack:
+        names = LOGS if options["report"] else LOGS[:-1]
+        logs = [stack.enter_context(Log(name, folder_fd)) for name in names]
+        running = start(options, path, logs)
         try:
-            self.pid = os.posix_spawnp(
-                program, [program, "-a", "on", "-S", tag_of(path), *words, *outputs, "--", path.rpartition("/")[2]],
-                self.environment, setsigdef=[signal.SIGPIPE, signal.SIGXFSZ],  # which Python ignores
-                file_actions=[(os.POSIX_SPAWN_OPEN, 0, "/dev/null", os.O_RDONLY, 0),
-                              (os.POSIX_SPAWN_DUP2, ends[0], 1), (os.POSIX_SPAWN_DUP2, ends[1], 2)])
-        finally:
-            for fd in ends:
-                os.close(fd)
-        Korva.running = self
-
-    def keep_outputs(self):
-        pipes = select.poll()
-        for fd in self.logs:
-            pipes.register(fd, select.POLLIN)
-        left = len(self.logs)
-        while left:
-            for fd, _ in pipes.poll():
-                data = os.read(fd, 1 << 18)
-                if data:
-                    self.logs[fd].write(data)
-                else:
-                    pipes.unregister(fd)
-                    left -= 1
-
-    def wait(self):
-        """The exit status as a shell has it."""
-        try:
-            self.keep_outputs()
-            for log in self.logs.values():
-                log.close()
-        except OSError:
-            os.kill(self.pid, signal.SIGKILL)
+            keep_outputs(logs)
+        except OSError:  # no room for them
+            os.kill(running, signal.SIGKILL)
             raise
         finally:
-            for fd in self.logs:
-                os.close(fd)
-            code = os.waitstatus_to_exitcode(os.waitpid(self.pid, 0)[1])
-            Korva.running = None
-        return code if code >= 0 else 128 - code
-
-    def cut(self):
-        return sum(log.cut for log in self.logs.values())
+            code = os.waitstatus_to_exitcode(os.waitpid(running, 0)[1])
+            running = None
+    return code if code >= 0 else 128 - code, sum(log.cut for log in logs)
 
 
 def what_is(mode):
@@ -152,11 +154,10 @@ def check(options, path, folder_fd):
     except OSError:
         pass  # korva says why it cannot be opened
     begin = time.monotonic()
-    run = Korva(options, path, folder_fd)
-    status = run.wait()
+    status, cut = run_korva(options, path, folder_fd)
     seconds = time.monotonic() - begin
     row = judge.row_of(path, status, size or 0, folder_fd)
-    notes = [row["detail"], run.cut() and f"{run.cut() / 1e6:.1f} MB of logs left out",
+    notes = [row["detail"], cut and f"{cut / 1e6:.1f} MB of logs left out",
              mtime and is_changed(name, size, mtime) and "changed while it was checked"]
     return {**row, "size": size, "mtime": mtime, "seconds": round(seconds, 3),
             "detail": "; ".join(filter(None, notes))}
@@ -221,8 +222,8 @@ def do_capture(options, path):
 
 
 def stop(number, _):
-    if Korva.running:
-        os.kill(Korva.running.pid, signal.SIGKILL)
+    if running:
+        os.kill(running, signal.SIGKILL)
     os._exit(128 + number)
 
 

@@ -28,7 +28,7 @@ class Records:
 
     def __init__(self, lines):
         self.header, self.report, self.kinds = {}, {}, {}
-        self.moments, self.indicators, self.cut = [], {}, 0
+        self.moments, self.indicators = [], {}
         for line in lines:
             try:
                 self.add(json.loads(line))
@@ -56,8 +56,6 @@ class Records:
             self.header = record
         elif what == "report":
             self.report = record
-        elif what == "cut":
-            self.cut = record["bytes"]
 
 
 def alerts_of(records):
