@@ -353,8 +353,10 @@ class Archive(unittest.TestCase):
         if os.geteuid() == 0:
             os.makedirs("/run/sshd", exist_ok=True)
         sshd = subprocess.Popen([
-            SSHD, "-D", "-q", "-f", "/dev/null", "-p", port, "-h", key, "-oListenAddress=127.0.0.1",
-            "-oListenAddress=127.0.0.2", f'-oAuthorizedKeysFile="{key}.pub"', "-oStrictModes=no", "-oPidFile=none"])
+            SSHD, "-D", "-q", "-f", "/dev/null", "-p", port, "-h", key,
+            "-oListenAddress=127.0.0.1", "-oListenAddress=127.0.0.2", "-oStrictModes=no",
+            f'-oAuthorizedKeysFile="{key}.pub"', "-oPidFile=none",
+            '-oForceCommand=echo Welcome; eval "$SSH_ORIGINAL_COMMAND"'])
         ssh = ["ssh", "-F", "/dev/null", "-p", port, "-i", key, "-oStrictHostKeyChecking=no",
                "-oBatchMode=yes", "-oUserKnownHostsFile=/dev/null", "-oLogLevel=ERROR"]
         try:

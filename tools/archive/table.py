@@ -29,8 +29,11 @@ WIDTH = 60  # of a path, before what follows is moved to the right
 
 def write_whole(path, lines):
     """Replaces the file at once, so that a reader or a killed run has the old one or the new one."""
-    with open(f"{path}.new", "wb") as file:
-        file.writelines(lines)
+    try:
+        with open(f"{path}.new", "wb") as file:
+            file.writelines(lines)
+    except OSError as error:
+        raise OSError(error.errno, error.strerror, path) from None
     os.replace(f"{path}.new", path)
 
 
