@@ -282,7 +282,8 @@ class Archive(unittest.TestCase):
         path = self.dir / "d/a.ts"
         path.parent.mkdir()
         for content, options, status in (
-                (CLEAN, ["--exit-alerts"], 0), (DAMAGED, [], 0), (DAMAGED, ["--exit-alerts"], 3),
+                (CLEAN, ["--exit-alerts"], 0), (CLEAN[:-9], ["--exit-alerts"], 3),
+                (DAMAGED, [], 0), (DAMAGED, ["--exit-alerts"], 3),
                 (DAMAGED, ["--exit-alerts=PCR-FREQ"], 0), (DAMAGED + NO_PCR, [], 2), (CLEAN + bytes(188), [], 2)):
             path.write_bytes(content)
             shutil.rmtree(self.out, ignore_errors=True)
