@@ -106,10 +106,10 @@ class Archive(unittest.TestCase):
             path.write_bytes(content) if isinstance(content, bytes) else content(path)
         (self.dir / "list").write_bytes(b"".join(os.fsencode(path) + b"\0" for path in self.want))
 
-    def command(self, *sources, korva_options=()):
+    def command(self, *sources, korva_options=("-A", "max_zreset_time=0")):
         sources = sources or ("--list", self.dir / "list")
         return [ROOT / "tools/korva-archive", "-j2", "-o", self.out, "--korva", self.korva,
-                *sources, "--", "-A", "max_zreset_time=0", *korva_options]
+                *sources, "--", *korva_options]
 
     def archive(self, *sources, status=2, said="", input=None, **options):
         """Returns the lines of standard output; what is said on standard error is one line at most."""
@@ -235,6 +235,27 @@ class Archive(unittest.TestCase):
         self.assertEqual(row["size"], "188000")
         self.assertAlmostEqual(float(row["duration"]), 2.05, delta=0.05)  # seconds
         self.assertAlmostEqual(int(row["bitrate"]), 735000, delta=15000)
+
+    def test_audit(self):
+        (self.dir / "d").mkdir()
+        wanted = {  # result, alerts, kinds, indicators that fail
+            "a.ts": ("fail", 4, {"CC-LOSS": 4}, ["1.4"], CLEAN[: 500 * 188] + CLEAN[507 * 188 :]),
+            "b.ts": ("fail", 1, {"SYNC-LOSS": 1}, ["1.1"], CLEAN[: 400 * 188] + bytes(100) + CLEAN[400 * 188 :]),
+            "c.ts": ("clean", 0, {"LEADING": 1}, [], bytes(5) + CLEAN),
+            "d.ts": ("truncated", 0, {}, [], CLEAN[:-100]), "e.ts": ("empty", 0, {}, [], b"")}
+        for name, (*_, content) in wanted.items():
+            (self.dir / "d" / name).write_bytes(content)
+        self.archive("--audit", "--exit-alerts=CC-LOSS", "d", "nowhere", korva_options=(), status=3)
+        rows = {pathlib.Path(row["file"]).name: row for row in self.rows()}
+        self.assertEqual(rows.pop("nowhere")["detail"], "No such file or directory")
+        for name, row in rows.items():
+            names = list(row)
+            kinds, indicators = names[3 : names.index("1.1")], names[names.index("1.1") : -8]
+            found = {kind: int(row[kind]) for kind in kinds if row[kind] != "0"}
+            failed = [indicator for indicator in indicators if row[indicator] == "fail"]
+            self.assertEqual((row["result"], int(row["alerts"]), found, failed), wanted[name][:4])
+        records = map(json.loads, (self.out / "findings.jsonl").read_text().splitlines())
+        self.assertEqual(sorted(record["kind"] for record in records), ["CC-LOSS"] * 4 + ["LEADING", "SYNC-LOSS"])
 
     def test_path_beyond_the_limit(self):
         place, fd = self.dir, os.open(self.dir, os.O_PATH)
