@@ -16,6 +16,16 @@ inline constexpr double STAMP_HZ = 90e3;
 inline constexpr int64_t PCR_MODULO = (int64_t{1} << 33) * 300;
 inline constexpr int64_t STAMP_MODULO = int64_t{1} << 33;
 
+// The nearest whole number, of a half the one away from 0: as std::round(), without the library of
+// mathematics, which takes more address space than the rest of the program.
+inline double nearest(double x) {
+  if (!(std::abs(x) < 0x1p52)) // is one, or none
+    return x;
+  const auto whole = static_cast<double>(static_cast<int64_t>(x));
+  const double rest = x - whole;
+  return whole + (rest >= 0.5) - (rest <= -0.5);
+}
+
 // Signed distance of two values of a counter that wraps at `modulo`.
 inline int64_t wrapped_step(int64_t to, int64_t from, int64_t modulo) {
   int64_t d = (to - from) % modulo;

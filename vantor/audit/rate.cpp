@@ -5,6 +5,7 @@
 #include <span>
 #include <utility>
 
+#include "audit/clock.h"
 #include "audit/findings.h"
 
 namespace {
@@ -40,8 +41,8 @@ using deviations = std::array<double, BLOCK_INTERVALS>;
 
 bool is_constant(std::span<const double> k) {
   const auto whole = std::ranges::count_if(
-      k, [](double x) { return std::abs(x - std::round(x)) <= WHOLE_TOLERANCE; });
-  const auto missing = std::ranges::count_if(k, [](double x) { return std::round(x) != 0; });
+      k, [](double x) { return std::abs(x - nearest(x)) <= WHOLE_TOLERANCE; });
+  const auto missing = std::ranges::count_if(k, [](double x) { return nearest(x) != 0; });
   const auto count = static_cast<double>(k.size());
   return static_cast<double>(whole) >= CONSTANT_SHARE * count &&
          static_cast<double>(missing) <= (1 - CONSTANT_SHARE) * count;
@@ -57,9 +58,9 @@ event event_at(const rate_interval &interval, audit_kind kind, int32_t pid) {
 
 void judge_losses(audit_ctx &a, int32_t pid, intervals block, std::span<const double> k) {
   for (size_t i = 0; i < k.size(); ++i) {
-    const double whole = std::round(k[i]);
+    const double whole = nearest(k[i]);
     const auto counted = static_cast<double>(block[i].counted);
-    const auto is_opposite = [&](size_t j) { return j < k.size() && std::round(k[j]) == -whole; };
+    const auto is_opposite = [&](size_t j) { return j < k.size() && nearest(k[j]) == -whole; };
     if (std::abs(k[i] - whole) > LOSS_TOLERANCE || whole <= counted || is_opposite(i - 1) ||
         is_opposite(i + 1))
       continue;
@@ -75,7 +76,7 @@ void judge_losses(audit_ctx &a, int32_t pid, intervals block, std::span<const do
 void judge_accuracy(audit_ctx &a, clock_record &clock, intervals block, std::span<const double> k) {
   std::array<double, BLOCK_INTERVALS + 1> x = {}, t = {};
   for (size_t i = 0; i < block.size(); ++i) {
-    x[i + 1] = x[i] + bytes(block[i]) + PACKET_BYTES * std::round(k[i]);
+    x[i + 1] = x[i] + bytes(block[i]) + PACKET_BYTES * nearest(k[i]);
     t[i + 1] = t[i] + seconds(block[i]);
   }
   const size_t points = block.size() + 1;

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "audit/clock.h"
 #include "outputs/audit_fields.h"
 #include "outputs/json_text.h"
 
@@ -12,7 +13,7 @@ constexpr int SCHEMA_VERSION = 2;
 
 // With so many parts of one; null where there is none.
 void put_rounded(json_text &r, const char *key, double value, double parts) {
-  r.field_if(std::isfinite(value), key, std::round(value * parts) / parts + 0.0); // no -0
+  r.field_if(std::isfinite(value), key, nearest(value * parts) / parts + 0.0); // no -0
 }
 
 void put_measure(json_text &r, const char *key, double value) {

@@ -5,6 +5,7 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "audit/clock.h"
 #include "outputs/audit_fields.h"
 
 namespace {
@@ -28,7 +29,7 @@ std::string counted(uint64_t count, std::string_view thing) {
 std::string clock_time(double seconds, int hour_digits, const char *unknown) {
   if (!std::isfinite(seconds))
     return unknown;
-  const auto ms = static_cast<int64_t>(std::llround(seconds * 1000));
+  const auto ms = static_cast<int64_t>(nearest(seconds * 1000));
   return text("%0*" PRId64 ":%02d:%02d.%03d", hour_digits, ms / 3'600'000,
               static_cast<int>(ms / 60'000 % 60), static_cast<int>(ms / 1000 % 60),
               static_cast<int>(ms % 1000));

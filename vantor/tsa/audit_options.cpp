@@ -7,6 +7,7 @@
 #include <charconv>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -33,6 +34,15 @@ template <typename number> std::optional<number> read_number(const char *word) {
   const char *end = word + strlen(word);
   const auto [stop, error] = std::from_chars(word, end, value);
   return error == std::errc() && stop == end ? std::optional(value) : std::nullopt;
+}
+
+// The same with decimals. (std::from_chars of a double brings in libraries that take more address
+// space than the rest of the program; strtod alone would take blanks and words.)
+std::optional<double> read_decimal(const char *word) {
+  char *stop;
+  const double value = strtod(word, &stop);
+  const bool is_all = stop != word && *stop == '\0' && word[strspn(word, "-.0123456789eE")] == '\0';
+  return is_all ? std::optional(value) : std::nullopt;
 }
 
 [[gnu::format(printf, 1, 2)]] int refuse(const char *format, ...) {
@@ -117,7 +127,7 @@ int audit_set_limit(audit_options &options, const char *where, const char *name,
   const auto limit = number_of(name, audit_limit_name, AUDIT_LIMITS);
   if (!limit)
     return refuse("%s: unknown limit [%s]", where, name);
-  const auto number = read_number<double>(value);
+  const auto number = read_decimal(value);
   if (!number || !(*number >= 0 && *number <= LIMIT_MOST))
     return refuse("%s: [%s] is no value for %s; 0 switches its check off", where, value, name);
   options.limits[*limit] = *number;
