@@ -4,6 +4,7 @@
 import collections
 import contextlib
 import csv
+import fcntl
 import html.parser
 import json
 import os
@@ -337,26 +338,31 @@ class Archive(unittest.TestCase):
         self.assertEqual((records[0]["packet"], records[-1]["packet"]), (0, 299999))
         self.assertEqual([record["record"] for record in records].count("cut"), 1)
 
-    def begin_slowly(self):
-        """Returns the run when korva is at work, which takes two seconds."""
+    def begin(self):
+        """Returns the run when korva is at work, which it is until there is a file `go`."""
         (self.dir / "a.ts").write_bytes(CLEAN)
-        self.korva = self.program("slow", self.korva.read_text().replace("exec", "sleep 2\nexec"))
+        wait = f"until [ -e {shlex.quote(str(self.dir / 'go'))} ]; do sleep 0.1; done\nexec"
+        self.korva = self.program("slow", self.korva.read_text().replace("exec", wait))
         run = subprocess.Popen(["sh", "-c", 'exec "$@" <&- >&- 2>&-', "-", *self.command(self.dir / "a.ts")])
         while not self.runs.exists() and run.poll() is None:
             time.sleep(0.02)
         return run
 
     def test_lock_without_standard_input_and_killed(self):
-        run = self.begin_slowly()
+        run = self.begin()
         for _ in range(2):
             self.archive("a.ts", status=1, said="still at work")
             run.kill()
             run.wait()
+        (self.dir / "go").touch()
+        with open(self.out / "lock") as lock:
+            fcntl.flock(lock, fcntl.LOCK_EX)
 
     def test_stopped(self):
-        run = self.begin_slowly()
+        run = self.begin()
         run.terminate()
         self.assertEqual(run.wait(), 130)
+        (self.dir / "go").touch()
         self.assertEqual(self.archive("--resume", status=0)[0], "0 as checked before, 1 new, 0 grown, 0 changed, 0 gone")
 
     def test_what_korva_says_last(self):
