@@ -4,6 +4,7 @@
 //   FAIL_ALLOC=n    the n-th of all allocations (new among them) is refused
 //   FAIL_ALLOCS=n   so are all from the n-th on
 //   FAIL_READ=n     read(2) fails with EIO from the n-th call on, and gives less than asked before
+//   STALL_WRITE=1   each other write(2) takes nothing, and leaves the error of an earlier call
 
 #include <dlfcn.h>
 #include <unistd.h>
@@ -61,4 +62,15 @@ extern "C" ssize_t read(int fd, void *buf, size_t size) {
   }
   constexpr size_t most = 300'988; // 1,601 packets: several reads, and a rest behind the last block
   return real(fd, buf, failing != 0 ? std::min(size, most) : size);
+}
+
+extern "C" ssize_t write(int fd, const void *buf, size_t size) {
+  static const bool stalls = from_env("STALL_WRITE") != 0;
+  static const auto real =
+      reinterpret_cast<ssize_t (*)(int, const void *, size_t)>(dlsym(RTLD_NEXT, "write"));
+  static bool is_stalled;
+  if (!stalls || (is_stalled = !is_stalled) == false)
+    return real(fd, buf, size);
+  errno = EIO;
+  return 0;
 }
