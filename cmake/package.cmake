@@ -13,7 +13,9 @@ install(FILES docs/korva.conf samples/damaged.ts DESTINATION ${CMAKE_INSTALL_DOC
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME copyright)
 install(FILES completions/korva.bash
   DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME korva)
-install(FILES completions/_korva DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
+install(FILES completions/korva-archive.bash
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME korva-archive)
+install(FILES completions/_korva completions/_korva-archive DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME korva)
