@@ -37,7 +37,7 @@ def check_names(kind, names, texts):
 
 page, conf = read("docs/korva.1"), read("docs/korva.conf")
 completions = {p: read(p) for p in ("completions/korva.bash", "completions/_korva")}
-options, settings = read("vantor/tsa/options.cpp"), read("vantor/tsanalyze/settings.cpp")
+options, settings = read("vantor/tsa/option_table.cpp"), read("vantor/tsanalyze/settings.cpp")
 
 if shutil.which("mandoc"):
     lint = run("mandoc", "-T", "lint", "-W", "warning", str(root / "docs/korva.1"))
@@ -47,13 +47,26 @@ if shutil.which("mandoc"):
 items = [line for line in page.splitlines() if line.startswith(".It Fl")]
 in_page = set(re.findall(r"Fl (?:\\&)?(\S)(?=\s|$)", "\n".join(items)))
 long_in_page = set(re.findall(r"Fl Fl ([\w-]+)", "\n".join(items)))
-shorts = set(re.search(r'short_options\[\] = "([^"]+)"', options)[1]) - {":"}
+shorts = set(re.search(r'short_options_in_order\[\] = "-([^"]+)"', options)[1]) - {":"}
 longs = set(re.findall(r'\{"([\w-]{2,})", \w+_argument', options))
-usage = set(re.findall(r"^ {7}-(\S)", run(program, "-?").stderr, re.M))
+short_help = set(re.findall(r"^ {7}-(\S)", run(program, "-?").stderr, re.M))
 check(in_page == shorts, f"korva.1 and options.cpp differ in {in_page ^ shorts}")
 check(long_in_page == longs, f"korva.1 and options.cpp differ in {long_in_page ^ longs}")
-check(usage and usage <= in_page, f"korva.1 lacks {usage - in_page} of the help")
+check(short_help and short_help <= in_page, f"korva.1 lacks {short_help - in_page} of the help")
 check_names("option", longs, completions)
+help = run(program, "--help")
+check((help.returncode, help.stderr) == (0, ""), "--help fails")
+headings = re.findall(r"^  (?:-(\S)|  )(?:, |  )?(?:--([\w-]+))?", help.stdout, re.M)
+shown = {letter for letter, _ in headings} - {""}, {name for _, name in headings} - {""}
+check(shown == (shorts, longs), "--help and option_table.cpp differ")
+words = re.search(r"--longoptions \\\n +(\S+)", read("scripts/run"))[1]
+check(set(re.split(":*,|:+$", words)) - {""} == longs, "scripts/run and option_table.cpp differ")
+
+# Options of the archive.
+help = run(sys.executable, "tools/korva-archive", "--help").stdout
+check_names("option", set(re.findall(r"^  (?:-\w.*)?--([\w-]+)", help, re.M)) - {"help"}, {
+    p: read(p) for p in ("docs/korva-archive.1", "completions/korva-archive.bash",
+                         "completions/_korva-archive")})
 
 # Words of -A and -k, keys of the settings file.
 traces = re.findall(r'\{"\w+", "(\w+)", "(\w+)", &tracking_opt', settings)

@@ -4,8 +4,10 @@
 FAULTS is the library that lets calls of the C library fail (support/faults_preload.cpp).
 """
 
+import contextlib
 import os
 import pathlib
+import pty
 import re
 import shlex
 import signal
@@ -242,10 +244,33 @@ class Runs(unittest.TestCase):
         }.items():
             self.assertEqual(run("sh", "-c", command + " " + redirection), wanted, redirection)
 
+        # The file must not grow.
+        said = run("sh", "-c", f"ulimit -f 0; {command} >full")
+        self.assertEqual(said, (0, "", err + LOST_OUT))
+
         # A reader that has gone ends the program the usual way, at its first line.
         gone = f"set -o pipefail; {{ sleep 0.2; {command}; }} | true"
         status, _, err = run("bash", "-c", gone)
         self.assertEqual((status, err.count(" ALERT ")), (128 + signal.SIGPIPE, 1))
+
+    # A name can be anything, and must not command the terminal; files and pipes get it as it is.
+    def test_names_on_a_terminal(self):
+        name = b"a\x1b]0;t\x07\r\xc2\x9b\xe9\xc3\xa9\x7f.ts"
+        shown = r"a\x1b]0;t\x07\x0d\xc2\x9b\xe9{}\x7f.ts".format("\u00e9")
+        os.symlink(SAMPLES / "damaged.ts", name)
+        command = [PROGRAM, "-v", "-a", "on", name]
+        piped = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, env=ENV)
+        master, slave = pty.openpty()
+        with subprocess.Popen(command, stdout=slave, stderr=slave, env=ENV) as program:
+            os.close(slave)
+            text = b""
+            with contextlib.suppress(OSError):  # the other end is closed
+                while part := os.read(master, 65536):
+                    text += part
+        os.close(master)
+        text = masked(text.replace(b"\r\n", b"\n"))
+        self.assertEqual(piped.stdout.count(name), text.count(shown))
+        self.assertNotRegex(text, "[^\t\n -~\u00e9]")
 
     @unittest.skipUnless(FAULTS, "a sanitizer has its own calls of the C library")
     def test_read_error_ends_the_run_like_the_end_of_the_file(self):

@@ -76,7 +76,7 @@ void progress::redraw(size_t bytes) {
     snprintf(text, sizeof text, "%.1f MB  %.1f MB/s  alerts: %" PRIu64, done / 1e6, rate / 1e6,
              alerts);
   }
-  fprintf(stderr, "\r%s\x1b[K", text);
+  dprintf(STDERR_FILENO, "\r%s\x1b[K", text);
   is_shown = true;
 }
 
@@ -84,7 +84,7 @@ void progress::clear() {
   if (!is_shown)
     return;
   is_shown = false;
-  fputs("\r\x1b[K", stderr);
+  dprintf(STDERR_FILENO, "\r\x1b[K");
 }
 
 void progress::finish() {

@@ -13,7 +13,7 @@
 #include <string_view>
 
 #include "tsa/config.h"
-#include "tsa/options.h"
+#include "tsa/option_table.h"
 
 namespace {
 

@@ -12,6 +12,7 @@
 #include "meta/app_info.h"
 #include "outputs/exit_status.h"
 #include "outputs/outputs.h"
+#include "outputs/terminal.h"
 #include "tassert/tassert.h"
 #include "tsa/audit_run.h"
 #include "tsa/config.h"
@@ -246,6 +247,8 @@ int finish(run_state &run, int rc) {
 
 int main(int argc, char **argv) {
   open_std_descriptors();
+  signal(SIGXFSZ, SIG_IGN); // a file that must not grow is one that cannot be written
+  show_control_bytes();
   if (argc <= 1)
     usage(argv[0], EXIT_STATUS_USAGE);
   open_logs();

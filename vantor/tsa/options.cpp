@@ -1,6 +1,5 @@
 #include "tsa/options.h"
 
-#include <getopt.h>
 #include <strings.h>
 #include <syslog.h>
 
@@ -8,9 +7,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <utility>
-#include <vector>
+#include <limits>
 
+#include "input/packet_file.h"
 #include "log/statement.h"
 #include "meta/app_info.h"
 #include "outputs/exit_status.h"
@@ -18,6 +17,7 @@
 #include "tsa/audit_settings.h"
 #include "tsa/config.h"
 #include "tsa/load_config.h"
+#include "tsa/option_table.h"
 #include "tsa/usage.h"
 
 LOG_MODULE(0);
@@ -25,34 +25,6 @@ LOG_MODULE(0);
 config g_cfg;
 
 namespace {
-
-constexpr char short_options[] = "tvV?S:s:a:Hr:m:C:Y:k:A:";
-
-// Names without a letter must not make an abbreviation of those with one ambiguous.
-constexpr option long_options[] = {
-    {"verbose", no_argument, nullptr, 'v'},
-    {"version", no_argument, nullptr, 'V'},
-    {"options", no_argument, nullptr, '?'},
-    {"srctag", required_argument, nullptr, 'S'},
-    {"maxskip", required_argument, nullptr, 's'},
-    {"alerts", required_argument, nullptr, 'a'},
-    {"hushlog", no_argument, nullptr, 'H'},
-    {"from", required_argument, nullptr, 'r'},
-    {"maxnum", required_argument, nullptr, 'm'},
-    {"config", required_argument, nullptr, 'C'},
-    {"syslog", required_argument, nullptr, 'Y'},
-    {"track", required_argument, nullptr, 'k'},
-    {"analyze", required_argument, nullptr, 'A'},
-    {"json", required_argument, nullptr, OPT_JSON},
-    {"exit-alerts", optional_argument, nullptr, OPT_EXIT_ALERTS},
-    {"progress", no_argument, nullptr, OPT_PROGRESS},
-    {"report", required_argument, nullptr, OPT_REPORT},
-    {"audit", optional_argument, nullptr, OPT_AUDIT},
-    {"packet-size", required_argument, nullptr, OPT_PACKET_SIZE},
-    {"p", no_argument, nullptr, OPT_PROGRESS}, // which it was short for before
-    {"limit", required_argument, nullptr, OPT_LIMIT},
-    {nullptr, 0, nullptr, 0},
-};
 
 // Copies at most size - 1 characters; the rest of `dst` reads as zeros.
 template <size_t size> void copy_text(char (&dst)[size], const char *src) {
@@ -64,18 +36,18 @@ void print_version() {
   fprintf(stderr, "%s\n", get_custom_app_info(g_app_name, g_app_descr, nullptr));
 }
 
-// True when --audit stands anywhere on the line: it decides what other options mean. Works on a
-// copy, because getopt_long(3) sorts the words.
-bool asks_for_audit(int argc, char **argv) {
-  std::vector<char *> words(argv, argv + argc + 1);
-  const int shows_errors = std::exchange(opterr, 0);
-  bool found = false;
-  for (int opt;
-       (opt = getopt_long(argc, words.data(), short_options, long_options, nullptr)) != -1;)
-    found |= opt == OPT_AUDIT;
-  opterr = shows_errors;
+// Shows the help when the word "--help" is among the options; its abbreviations are those of
+// others, or unknown. Looks for --audit, which decides what other options mean.
+void look_ahead(int argc, char **argv) {
+  opterr = 0; // faults are told by who reads the line next
+  for (int opt; (opt = getopt_long(argc, argv, short_options_in_order, long_options_and_help,
+                                   nullptr)) != -1;)
+    if (opt == OPT_AUDIT)
+      g_cfg.audit.is_on = true;
+    else if (opt == OPT_HELP && strcmp(argv[optind - 1], "--help") == 0)
+      show_help(argv[0]);
+  opterr = 1;
   reset_getopt_state();
-  return found;
 }
 
 int load_settings_of(const char *path) {
@@ -120,6 +92,10 @@ int set_start_rec(const char *text) {
   const long record = atol(text);
   if (record <= 0) {
     fprintf(stderr, "Bad -r value (%ld)\n", record);
+    return EXIT_STATUS_RANGE;
+  }
+  if (record - 1 > std::numeric_limits<off_t>::max() / off_t{PKT_SIZE}) {
+    fprintf(stderr, "Bad -r value (%s): no file is that long\n", text);
     return EXIT_STATUS_RANGE;
   }
   g_cfg.start_rec = record;
@@ -223,7 +199,7 @@ void init_config() {
 }
 
 int parse_options(int argc, char **argv) {
-  g_cfg.audit.is_on = asks_for_audit(argc, argv);
+  look_ahead(argc, argv);
   if (const int rc = first_pass(argc, argv))
     return rc;
   if (const int rc = second_pass(argc, argv))

@@ -1,17 +1,6 @@
 // The command line.
 #pragma once
 
-// Options without a letter.
-enum : int {
-  OPT_JSON = 256,
-  OPT_EXIT_ALERTS,
-  OPT_PROGRESS,
-  OPT_REPORT,
-  OPT_AUDIT,
-  OPT_PACKET_SIZE,
-  OPT_LIMIT,
-};
-
 // Fills g_cfg with what the program starts with.
 void init_config();
 
