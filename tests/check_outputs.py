@@ -62,7 +62,7 @@ def pes(pid, counter, pts, dts=None, pcr=None):
 
 def constant_stream(packets):
     """A packet each millisecond, so that its number tells its time: the first PCR is in packet 11.
-    Counters break; clocks are high; audio is up to 150 ms late; one stream has DTS beside its PTS; the
+    Counters break; clocks are high; audio is up to 150 ms late; one stream has DTS beside PTS; the
     second program's clock leaps, and its audio twice goes far astray."""
     stream = {1: PAT, 2: PMTS[0], 3: PMTS[1]}
     for n in range(11, packets + 1, 40):
@@ -347,12 +347,12 @@ class Outputs(unittest.TestCase):
                 "PAT-DIFF": "on, 41 PATs", "PMT-DIFF": "on, 82 PMTs", "PID-NDAT": "on, 5 streams"})
 
     def test_foreign_text(self):
-        name = b"<b>&\xff\x01\xf4\x8f\xbf\xbf\xf5\x80.ts"
+        name = b"<b>&\xff\x01\xf4\x8f\xbf\xbf\xf5\x80\x80\x80.ts"
         os.link("damaged.ts", name)
         self.assertEqual(self.korva(*self.both, "-S", "\"<i>'", name).returncode, 0)
-        self.assertEqual(self.records()[0]["file"], "<b>&\ufffd\x01\U0010ffff\ufffd\ufffd.ts")
+        self.assertEqual(self.records()[0]["file"], "<b>&\ufffd\x01\U0010ffff" + "\ufffd" * 4 + ".ts")
         page = pathlib.Path("html").read_text()
-        self.assertIn("&lt;b&gt;&amp;\ufffd\ufffd\U0010ffff\ufffd\ufffd.ts", page)
+        self.assertIn("&lt;b&gt;&amp;\ufffd\ufffd\U0010ffff" + "\ufffd" * 4 + ".ts", page)
         self.assertIn("<h1>&quot;&lt;i&gt;&#39;</h1>", page)
         self.assertNotRegex(page, r"https?:|<script|<i>")
 
