@@ -1,23 +1,22 @@
 # bash completion for korva-archive(1)
 
+# What both programs take is completed there.
+declare -F _korva >/dev/null || source "${BASH_SOURCE[0]%/*}/korva${BASH_SOURCE[0]##*/korva-archive}"
+
 _korva_archive() {
   local options=(--list --output --all --report --openmetrics --exit-alerts --audit --jobs --sshlogin
     --pattern --korva --resume --help -o -j -h)
-  local kinds=(CC-BRK CC-RST PCR-DELTA AV-DELTA0 AV-DELTA+ PCR-FREQ PAT-DIFF PMT-DIFF PID-NDAT)
-  local word=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]} choices=() choice
-  if [[ " ${COMP_WORDS[*]:0:COMP_CWORD} " == *' -- '* ]]; then # options of korva itself
-    declare -F _korva >/dev/null && _korva
+  local line=${COMP_LINE:0:COMP_POINT} choice
+  local word=${line##*[[:blank:]]}
+  if [[ $line == *' -- '* || $word == --audit=* || $word == --exit-alerts=* ]]; then
+    _korva
     return 0
   fi
-  case $prev in
-    --audit) choices=(mpeg dvb atsc ott) ;;
-    --exit-alerts) choices=("${kinds[@]}") ;;
-    *) [[ $word == -* ]] && choices=("${options[@]}") ;;
-  esac
 
   # Compared here: compgen would expand what was typed, and carry out a $(...) in it.
   COMPREPLY=()
-  for choice in "${choices[@]}"; do
+  [[ $word == -* ]] || return 0
+  for choice in "${options[@]}"; do
     [[ $choice == "$word"* ]] && COMPREPLY+=("$choice")
   done
   return 0

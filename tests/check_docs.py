@@ -101,10 +101,14 @@ for line, choices in {
     "korva --audit --limit=pcr_": "pcr_ms= pcr_accuracy_ns=",
     "korva --limit pmt": "pmt_ms=",
     "korva --packet-size 20": "204 208",
+    "korva-archive --rep": "--report",
+    "korva-archive --audit=d": "dvb",
+    "korva-archive --audit --exit-alerts=CC-LOSS,TE": "CC-LOSS,TEI",
+    "korva-archive /srv -- -A pcr_f": "pcr_freq=",
 }.items():
-    script = ("compopt() { :; }; source completions/korva.bash; COMP_LINE=$1 COMP_POINT=${#1};"
-              '_korva; echo "${COMPREPLY[*]}"')
-    offered = run("bash", "-c", script, "-", line).stdout
+    script = ("compopt() { :; }; source completions/korva-archive.bash; COMP_LINE=$1 COMP_POINT=${#1};"
+              '_korva${2:+_archive}; echo "${COMPREPLY[*]}"')
+    offered = run("bash", "-c", script, "-", line, "archive" * line.startswith("korva-archive")).stdout
     check(offered.split() == choices.split(), f"{line}: bash offers {offered}")
 
 # The example settings load, and find nothing in a stream that has nothing.
