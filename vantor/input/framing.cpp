@@ -11,7 +11,7 @@ enum : size_t {
   SIZE_MOST = 208,
   GRID_SYNCS = 5,   // that make a grid
   SCORE_MOST = 256, // sync bytes that tell which grid is the best one
-  RUN_MOST = 128,   // packets handed out at once: they stay in the cache between here and there
+  RUN_MOST = 16,    // packets handed out at once: few, so that little is waited for here
   GRID_REACH = (GRID_SYNCS - 1) * SIZE_MOST + 1,
   SCORE_REACH =
       SCORE_MOST * SIZE_MOST, // from the first place of a grid to the last byte of a score

@@ -152,7 +152,7 @@ std::string what_happened(const audit_finding &f) {
   case AUDIT_STAMP_ORDER:
     return "PTS " + at_most(f, f.ms) + " before DTS";
   case AUDIT_STAMP_BACK:
-    return "DTS goes back by " + at_most(f, f.step_ms);
+    return f.step_ms < 0 ? "DTS goes back by " + at_most(f, f.step_ms) : "DTS stays the same";
   case AUDIT_STAMP_JUMP:
     return "distance of DTS to PCR jumps by " + at_most(f, f.step_ms);
   case AUDIT_PID_GAP:

@@ -180,3 +180,14 @@ audit_config make_audit_config(const audit_options &options) {
     cfg.limits[i] = options.limits[i].value_or(cfg.limits[i]);
   return cfg;
 }
+
+void dump_audit_config(FILE *out) {
+  const audit_config cfg = make_audit_config(g_cfg.audit);
+  const size_t size = g_cfg.audit.packet_size;
+  flockfile(out);
+  fprintf(out, "audit: \n\tsource: [%s]\n\tprofile: %s\n\tpacket size: %s\n", g_cfg.tsa.source,
+          audit_profile_name(cfg.profile), size != 0 ? std::to_string(size).c_str() : "auto");
+  for (int i = 0; i < AUDIT_LIMITS; ++i)
+    fprintf(out, "\t%s: %g\n", audit_limit_name(static_cast<audit_limit>(i)), cfg.limits[i]);
+  funlockfile(out);
+}

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <optional>
 
 #include "audit/audit.h"
@@ -32,3 +33,6 @@ std::optional<int> refuse_audit_option(int opt);
 
 // The analyzer's settings: those of the profile, and what was set beside it.
 audit_config make_audit_config(const audit_options &options);
+
+// Prints what the run goes by.
+void dump_audit_config(FILE *out);

@@ -50,6 +50,13 @@ void look_ahead(int argc, char **argv) {
   reset_getopt_state();
 }
 
+void dump_settings() {
+  if (g_cfg.audit.is_on)
+    dump_audit_config(stderr);
+  else
+    tsan_dump_config(stderr, "analyzer", &g_cfg.tsa);
+}
+
 int load_settings_of(const char *path) {
   return g_cfg.audit.is_on ? load_audit_settings(path, g_cfg) : load_config(path, &g_cfg.tsa);
 }
@@ -218,6 +225,6 @@ int parse_options(int argc, char **argv) {
   LOG(g_log, INFO_level, "fpath=[%s], verbosity=%d, start-rec=%ld, max-recs: %zu\n", g_cfg.fpath,
       g_cfg.verbosity, g_cfg.start_rec, g_cfg.max_records);
   if (g_cfg.verbosity > 0 || getenv("SHOW_VNT_CFG"))
-    tsan_dump_config(stderr, "analyzer", &g_cfg.tsa);
+    dump_settings();
   return check_outputs(argc, argv, argv[optind]);
 }
