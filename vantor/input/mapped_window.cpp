@@ -15,9 +15,8 @@ enum : size_t {
   // file are aligned alike; else piece by piece, at several times the cost.
   LARGE_PAGE = 2 << 20,
   // Measured: longer windows are no faster.
-  WINDOW = 2 * LARGE_PAGE,
-  // A window can begin in the middle of a large page, and the address space anywhere in one.
-  SPACE = LARGE_PAGE + LARGE_PAGE + WINDOW,
+  WINDOW = 3 * LARGE_PAGE,
+  SPACE = LARGE_PAGE + WINDOW, // can begin in the middle of a large page
   // How far a look goes; the work per look is small against it.
   LOOK = 256 << 10,
 };
@@ -68,16 +67,16 @@ bool mapped_window::move(uint64_t from, size_t least) {
   const uint64_t size = size_of(fd);
   if (size < from + least || (!space && !reserve()))
     return false;
-  begin = align_down(from, page_size);
-  end = std::min(align_up(begin, LARGE_PAGE) + WINDOW, size);
-  const auto address = reinterpret_cast<uintptr_t>(space);
-  uint8_t *at = space + (align_up(address, LARGE_PAGE) - address) + begin % LARGE_PAGE;
-  if (mmap(at, end - begin, PROT_READ, MAP_SHARED | MAP_FIXED, fd, static_cast<off_t>(begin)) ==
+  begin = align_down(from, LARGE_PAGE);
+  end = std::min(begin + WINDOW, size);
+  void *place = space + (align_up(reinterpret_cast<uintptr_t>(space), LARGE_PAGE) -
+                         reinterpret_cast<uintptr_t>(space));
+  if (mmap(place, end - begin, PROT_READ, MAP_SHARED | MAP_FIXED, fd, static_cast<off_t>(begin)) ==
       MAP_FAILED)
     return false;
-  madvise(at, end - begin, MADV_SEQUENTIAL);
-  bus_guard_watch(at, align_up(end - begin, page_size));
-  bytes = at;
+  madvise(place, end - begin, MADV_SEQUENTIAL);
+  bytes = static_cast<const uint8_t *>(place);
+  bus_guard_watch(bytes, align_up(end - begin, page_size));
   return true;
 }
 

@@ -46,6 +46,8 @@ struct tsan_ctx {
   const volatile sig_atomic_t *stop; // see tsan_stop_on(); never null
   dgram_info places[MAX_PLACES];   // an entry is only ever filled with the same, so dat stays good
   const dgram_info *pids[TS_PIDS]; // what each PID carries now (pids.h)
+  uint16_t carriers[MAX_PLACES];   // PIDs that carry something, some of them twice
+  size_t ncarriers;
 };
 
 // It is allocated zeroed and overwritten with zeros at the end.

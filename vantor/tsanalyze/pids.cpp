@@ -27,19 +27,30 @@ const dgram_info *stream(tsan_ctx *tc, size_t i, size_t j) {
                 &tc->pg[i].stm[j]});
 }
 
+void carry(tsan_ctx *tc, uint32_t pid, const dgram_info *what) {
+  tc->pids[pid] = what;
+  tc->carriers[tc->ncarriers++] = static_cast<uint16_t>(pid);
+}
+
 } // namespace
 
-void pids_rebuild(tsan_ctx *tc) {
+void pids_init(tsan_ctx *tc) {
   std::ranges::fill(tc->pids, nothing(tc));
+  carry(tc, PID_PAT, pat(tc));
+}
+
+void pids_rebuild(tsan_ctx *tc) {
+  for (; tc->ncarriers != 0; --tc->ncarriers)
+    tc->pids[tc->carriers[tc->ncarriers - 1]] = &tc->places[PLACE_NOTHING];
 
   // Backwards, so that what is found first is written last.
   for (size_t i = tc->nprogs; i-- > 0;)
     for (size_t j = tc->pg[i].nstreams; j-- > 0;)
-      tc->pids[tc->pg[i].stm[j].pid] = stream(tc, i, j);
+      carry(tc, tc->pg[i].stm[j].pid, stream(tc, i, j));
 
   const auto *list_end = std::ranges::find(tc->pmt_pid, 0u);
   for (size_t i = static_cast<size_t>(list_end - tc->pmt_pid); i-- > 0;)
-    tc->pids[tc->pmt_pid[i]] = pmt(tc, i);
+    carry(tc, tc->pmt_pid[i], pmt(tc, i));
 
-  tc->pids[PID_PAT] = pat(tc);
+  carry(tc, PID_PAT, pat(tc));
 }

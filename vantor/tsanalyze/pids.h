@@ -5,6 +5,9 @@
 
 #include "tsanalyze/ctx.h"
 
+// Before there are tables: PID 0 carries the PAT, no other anything.
+void pids_init(tsan_ctx *tc);
+
 // Points each PID to what it carries; call it whenever the PMT PIDs or a program's streams have
 // changed. The first match wins: PMT PIDs up to the end of their list, then the streams in program
 // order.

@@ -85,7 +85,7 @@ tsan_t tsan_init(const char *src, const tsan_config *cfg, int *err) {
   psi_block_init(&tc->pat);
   tc->ndat_pcount = tc->cfg.max_ndat_pcount;
   tsan_stop_on(tc, nullptr);
-  pids_rebuild(tc);
+  pids_init(tc);
   setup_dat(tc, PID_PAT); // of no program, as long as there is no packet
   LOG(g_log, DEBUG_level, "%s: tsan[%s] (%p) created\n", __func__, tc->cfg.source,
       static_cast<void *>(tc));
