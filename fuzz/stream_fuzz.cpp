@@ -2,11 +2,20 @@
 //
 // An input is four bytes of settings and then packets of 188 bytes; the rest behind the last whole
 // packet is not looked at. Sync bytes are set, so that an input is analyzed to its end.
+//
+// With KORVA_RACE, the packets are analyzed again and again, while a thread overwrites bytes of
+// them as another process can when they lie in a mapped file.
 
+#include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <memory>
+#include <random>
 #include <span>
+#include <thread>
+#include <vector>
 
 #include "fuzz/packet_mutator.h"
 #include "fuzz/reached.h"
@@ -17,6 +26,12 @@
 #include "tsanalyze/tsan.h"
 
 namespace {
+
+#ifdef KORVA_RACE
+enum { OVERWRITTEN = 20000, ROUNDS = 100 };
+#else
+enum { OVERWRITTEN = 0, ROUNDS = 1 };
+#endif
 
 struct prescribed_abort {};
 
@@ -35,7 +50,7 @@ FILE *open_logs() {
     log_default(log, sink);
     log_timefmt(log, f_NO_TIME);
   }
-  log_set_modules(g_log, DEBUG_level);
+  log_set_modules(g_log, OVERWRITTEN != 0 ? MIN_level : DEBUG_level);
   g_tassert_hook = throw_on_assertion;
   return sink;
 }
@@ -63,16 +78,42 @@ tsan_config make_settings(std::span<const uint8_t> bytes) {
   return cfg;
 }
 
+// Each packet in memory of its own, so that a step outside it is seen.
+using packet_list = std::vector<std::unique_ptr<uint8_t[]>>;
+
+packet_list packets_of(std::span<const uint8_t> input) {
+  packet_list packets;
+  for (; input.size() >= PACKET_SIZE; input = input.subspan(PACKET_SIZE)) {
+    packets.push_back(std::make_unique<uint8_t[]>(PACKET_SIZE));
+    std::ranges::copy(input.first(PACKET_SIZE), packets.back().get());
+    packets.back()[0] = 0x47;
+  }
+  return packets;
+}
+
 // Every `per_dgram` packets a datagram ends; 0 is a caller that does not mark them.
-void analyze(tsan_t ctx, std::span<const uint8_t> packets, unsigned per_dgram) {
-  for (size_t i = 0; i < packets.size() / PACKET_SIZE; ++i) {
+void analyze(tsan_t ctx, const packet_list &packets, unsigned per_dgram) {
+  for (size_t i = 0; i < packets.size(); ++i) {
     if (per_dgram != 0 && i % per_dgram == 0)
       tsan_next_seg(ctx);
-    uint8_t pkt[PACKET_SIZE];
-    memcpy(pkt, &packets[i * PACKET_SIZE], sizeof pkt);
-    pkt[0] = 0x47;
-    if (tsan_process(ctx, pkt) != 0)
+    if (tsan_process_many(ctx, packets[i].get(), 1, PACKET_SIZE).code != 0)
       break;
+  }
+}
+
+// Overwrites neighbouring bytes, mostly where lengths and flags stand, for a moment: tables stay
+// tables.
+void overwrite(const std::stop_token &stop, const packet_list &packets, std::atomic<int> &left) {
+  constexpr size_t NEIGHBOURS = 3;
+  std::minstd_rand random(1);
+  for (; left > 0 && !stop.stop_requested(); --left) {
+    const size_t room = random() % 4 == 0 ? PACKET_SIZE - NEIGHBOURS : 16;
+    volatile uint8_t *at = packets[random() % packets.size()].get() + 1 + random() % room;
+    uint8_t former[NEIGHBOURS];
+    std::copy_n(at, NEIGHBOURS, former);
+    for (int i = 0; i < 100; ++i)
+      at[random() % NEIGHBOURS] = static_cast<uint8_t>(random());
+    std::copy_n(former, NEIGHBOURS, at);
   }
 }
 
@@ -113,24 +154,36 @@ time_t wall_seconds() {
   return 1 + g_clock_ms / 1000;
 }
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
-int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+static void run(std::span<const uint8_t> input, const packet_list &packets) {
   static FILE *const sink = open_logs();
-  if (size < SETTINGS_SIZE)
-    return -1;
   g_clock_ms = 0;
-  const std::span input(data, size);
   const tsan_config cfg = make_settings(input);
   tsan_t ctx = tsan_init(nullptr, &cfg, nullptr);
   if (input[3] & 8)
     set_readout(ctx);
   try {
-    analyze(ctx, input.subspan(SETTINGS_SIZE), input[3] % 8);
+    for (int round = 0; round < ROUNDS; ++round)
+      analyze(ctx, packets, input[3] % 8);
     report(ctx, sink);
   } catch (const prescribed_abort &) {
     // A table that ends the program: the search goes on behind it.
   }
   note_alerts(ctx);
   tsan_free(ctx);
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
+int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  if (size < SETTINGS_SIZE)
+    return -1;
+  const std::span input(data, size);
+  const packet_list packets = packets_of(input.subspan(SETTINGS_SIZE));
+  std::atomic<int> left = packets.empty() ? 0 : OVERWRITTEN;
+  std::jthread other;
+  if (left != 0)
+    other = std::jthread(overwrite, std::cref(packets), std::ref(left));
+  do
+    run(input, packets);
+  while (left > 0);
   return 0;
 }

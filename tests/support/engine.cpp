@@ -49,8 +49,11 @@ engine::operator tsan_ctx *() {
 }
 
 void engine::feed() {
-  for (const ts_packet &pkt : s.packets)
-    rc = tsan_process(*this, std::make_unique<ts_packet>(pkt)->data());
+  for (const ts_packet &pkt : s.packets) {
+    const auto copy = std::make_unique<ts_packet>(pkt);
+    const tsan_many done = tsan_process_many(*this, copy->data(), 1, copy->size());
+    rc = done.code == -1 ? tsan_process(*this, copy->data()) : done.code;
+  }
   s.packets.clear();
 }
 

@@ -28,7 +28,7 @@ stamps read_stamps(pkt_bytes pes) {
   enum : size_t { HEADER_LENGTH_AT = 8 };
   if (!is_pes_pkt(pes) || !bears_stamps(pes[3]) || !pes_has_PTS(pes))
     return {};
-  const bool has_dts = (pes[7] & 0xC0) == 0xC0;
+  const bool has_dts = (ts_read_once(&pes[7]) & 0xC0) == 0xC0;
   const size_t stamps_size = PES_STAMP_SIZE * (has_dts ? 2 : 1);
   if (pes.size() < PES_PTS_AT + stamps_size || pes[HEADER_LENGTH_AT] < stamps_size)
     return {};

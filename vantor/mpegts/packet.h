@@ -1,7 +1,6 @@
 // Bytes of one packet (ISO/IEC 13818-1, 2.4.3). Every read stays inside its 188 bytes: a field that
 // the packet does not hold in full is not there. This holds while another process changes the
-// bytes, as it can when they lie in a mapped file: the one length that bounds reads here, that of
-// the adaptation field, is read once, with the header.
+// bytes, as it can when they lie in a mapped file: what bounds a read is read once.
 #pragma once
 
 #include <cstddef>
@@ -31,12 +30,9 @@ enum : uint32_t { ADAPTATION_FLAG = 0x20 };
 inline ts_pkt ts_read(const uint8_t *bytes) {
   uint32_t header =
       uint32_t{bytes[0]} << 24 | uint32_t{bytes[1]} << 16 | uint32_t{bytes[2]} << 8 | bytes[3];
-  asm("" : "+r"(header)); // keeps the compiler from reading it again, as below
-  uint8_t length = 0;
-  if (header & ADAPTATION_FLAG) { // else the byte can lie in a cache line that is not needed
-    length = bytes[4];
-    asm("" : "+r"(length));
-  }
+  asm("" : "+r"(header)); // as one read; the compiler must not repeat it either
+  // Without an adaptation field the byte is left alone: it can lie in a cache line of its own.
+  const uint8_t length = header & ADAPTATION_FLAG ? ts_read_once(bytes + 4) : 0;
   return {header, length, bytes};
 }
 
