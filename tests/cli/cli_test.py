@@ -5,6 +5,8 @@ FAULTS is the library that lets calls of the C library fail (support/faults_prel
 """
 
 import contextlib
+import fcntl
+import json
 import os
 import pathlib
 import pty
@@ -14,6 +16,7 @@ import signal
 import subprocess
 import sys
 import tempfile
+import termios
 import time
 import types
 import unittest
@@ -271,6 +274,37 @@ class Runs(unittest.TestCase):
         text = masked(text.replace(b"\r\n", b"\n"))
         self.assertEqual(piped.stdout.count(name), text.count(shown))
         self.assertNotRegex(text, "[^\t\n -~\u00e9]")
+
+    def cut_while_analyzed(self, size, **options):
+        """Cuts a file whose alerts nobody reads, so that the run waits, and lets it go on."""
+        broken = CLEAN[188:564] + CLEAN[5 * 188 : 6 * 188] * 150_000
+        pathlib.Path("cut.ts").write_bytes(broken)
+        command = [PROGRAM, "-v", "-H", "-a", "on", "--json=cut.json", "cut.ts"]
+        pipes = dict.fromkeys(("stdout", "stderr"), subprocess.PIPE)
+        program = subprocess.Popen(command, env={**ENV, **options}, **pipes)
+        self.addCleanup(program.kill)
+        while int.from_bytes(fcntl.ioctl(program.stdout, termios.FIONREAD, bytes(4)),
+                             sys.byteorder) < 60_000:  # of 64 KiB
+            time.sleep(0.01)
+        os.truncate("cut.ts", size)
+        out, err = program.communicate()
+        found = re.search(rb"INF.*  (\d+)/(\d+) bytes/records", err)
+        self.assertNotIn(b"(ERR)", err)
+        self.assertEqual((program.returncode, int(found[1])), (0, 188 * int(found[2])))
+        self.assertEqual(out.count(b"ALERT CC-BRK"), int(found[2]) - 3)
+        return int(found[2]), json.loads(pathlib.Path("cut.json").read_text().splitlines()[-1])
+
+    # As a read that ends there: in what is still to come, or at once.
+    def test_file_cut_while_it_is_analyzed(self):
+        for size, packets in (20_000_077, range(106_383, 106_384)), (0, range(500, 3000)):
+            records, report = self.cut_while_analyzed(size)
+            self.assertEqual((records in packets, report["end"]), (True, "complete"), records)
+
+    @unittest.skipUnless(FAULTS, "a sanitizer has its own calls of the C library")
+    def test_disk_that_fails_while_the_file_is_analyzed(self):
+        records, report = self.cut_while_analyzed(10_000_000, **failing("READ", 1))
+        self.assertIn(records, range(50_000, 53_192))
+        self.assertEqual((report["end"], report["records"]), ("read-failed", records))
 
     @unittest.skipUnless(FAULTS, "a sanitizer has its own calls of the C library")
     def test_read_error_ends_the_run_like_the_end_of_the_file(self):
