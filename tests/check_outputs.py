@@ -434,6 +434,7 @@ class Outputs(unittest.TestCase):
             "it is the file to analyze": "--json=hard.ts damaged.ts",
             "it is a settings file": "--report=./set -C set damaged.ts",
             "it is the file of --json": "--json=new --report=./new damaged.ts",
+            "[/dev/stdout]: it is the file of --json": "--json=- --report=/dev/stdout damaged.ts",
             "it is standard output": "--json=log damaged.ts >>log",
             "it is standard error": "--report=log damaged.ts 2>>log",
             "standard output has the alerts": "--json=- -a on damaged.ts",

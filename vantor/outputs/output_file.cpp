@@ -1,6 +1,7 @@
 #include "outputs/output_file.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,11 +12,19 @@
 
 namespace {
 
+// Waits until a pipe that another program has made non-blocking takes more.
+void wait_for_room(int fd) {
+  pollfd room = {.fd = fd, .events = POLLOUT, .revents = 0};
+  poll(&room, 1, -1);
+}
+
 int write_all(int fd, std::string_view text) {
   while (!text.empty()) {
     const ssize_t n = ::write(fd, text.data(), text.size());
     if (n >= 0)
       text.remove_prefix(static_cast<size_t>(n));
+    else if (errno == EAGAIN)
+      wait_for_room(fd);
     else if (errno != EINTR)
       return errno;
   }

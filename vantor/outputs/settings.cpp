@@ -12,6 +12,11 @@ bool refuse(const char *path, const char *why) {
   return false;
 }
 
+// A terminal may be told twice, but not a descriptor.
+bool is_one(const output_place &a, const output_place &b) {
+  return (a.fd != -1 && a.fd == b.fd) || is_same_file(id_of(a), id_of(b));
+}
+
 bool find(const char *path, output_place &place, bool alerts_on) {
   if (const int err = find_place(path, place))
     return refuse(path, strerror(err));
@@ -44,7 +49,7 @@ bool find_outputs(output_settings &out, bool alerts_on) {
     return false;
   if (out.report_path && !find(out.report_path, out.report, alerts_on))
     return false;
-  if (out.json_path && out.report_path && is_same_file(id_of(out.json), id_of(out.report)))
+  if (out.json_path && out.report_path && is_one(out.json, out.report))
     return refuse(out.report_path, "it is the file of --json");
   return true;
 }
