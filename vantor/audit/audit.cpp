@@ -1,5 +1,6 @@
 #include "audit/audit.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <new>
@@ -189,6 +190,8 @@ audit_t audit_init(const audit_config *cfg) {
   try {
     auto audit = std::make_unique<audit_ctx>();
     audit->cfg = *cfg;
+    audit->seen_pids.reserve(TS_PIDS);
+    audit->handed_out.reserve(MAX_PID_LISTINGS);
     audit->skipped = audit->packet = cfg->first_packet > 1 ? cfg->first_packet - 1 : 0;
     start_tables(*audit);
     return audit.release();
@@ -270,6 +273,7 @@ int audit_end(audit_t audit, audit_ending ending) {
     return 0;
   audit->ending = ending;
   audit->offset = audit->last_offset;
+  std::ranges::sort(audit->seen_pids);
   const int judged = guarded(audit, judge_end);
   const int closed = guarded(audit, close_all_findings);
   return judged != 0 ? judged : closed;

@@ -157,6 +157,7 @@ typedef struct audit_finding {
   bool to_end;                     /* the gap lasts to the end of the capture */
   bool never;                      /* nothing ever came */
   audit_table table;
+  const char *indicator;      /* id of the indicator that it fails, "1.4"; or null */
   const audit_change *change; /* or null */
 } audit_finding;
 
@@ -316,7 +317,8 @@ typedef struct audit_indicator {
   uint64_t first_packet; /* 0: none */
   int32_t first_pid;     /* -1: none */
   double first_time, worst, limit;
-  char reason[64]; /* why it is not measurable, or empty */
+  const char *unit; /* of worst and limit: "ms", "ns" */
+  char reason[64];  /* why it is not measurable, or empty */
 } audit_indicator;
 
 /* Fill a record, of which `size` has to be set, after audit_end(). Programs and their streams come

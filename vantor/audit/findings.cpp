@@ -146,6 +146,7 @@ audit_finding record_of(const open_finding &finding) {
   record.to_end = e.to_end;
   record.never = e.never;
   record.table = e.table;
+  record.indicator = indicator_id(finding.indicator);
   fill_values(record, e);
   return record;
 }

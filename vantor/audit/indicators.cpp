@@ -204,6 +204,10 @@ uint8_t indicator_index(const audit_ctx &a, const event &e) {
   return static_cast<uint8_t>(index_of(indicator_of(a, e)));
 }
 
+const char *indicator_id(uint8_t index) {
+  return index < MAX_INDICATORS ? definitions[index].id : nullptr;
+}
+
 void count_for_indicator(audit_ctx &a, uint8_t index, const event &finding) {
   if (index >= MAX_INDICATORS)
     return;
@@ -234,6 +238,7 @@ audit_indicator indicator_record(const audit_ctx &a, size_t index) {
   r.first_time = state.findings != 0 ? state.time : NAN;
   r.worst = state.findings != 0 ? state.worst : NAN;
   r.limit = d.limit < AUDIT_LIMITS ? a.cfg.limits[d.limit] : NAN;
+  r.unit = d.limit == AUDIT_PCR_ACCURACY_NS ? "ns" : "ms";
   set_state(a, d, r);
   return r;
 }

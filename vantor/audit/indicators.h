@@ -7,6 +7,9 @@
 // The indicator that an event belongs to as it happens, MAX_INDICATORS for none.
 uint8_t indicator_index(const audit_ctx &a, const event &e);
 
+// Its id; null for none.
+const char *indicator_id(uint8_t index);
+
 // Counts a finding that is closed for it.
 void count_for_indicator(audit_ctx &a, uint8_t index, const event &finding);
 

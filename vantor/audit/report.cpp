@@ -76,14 +76,13 @@ void copy_delays(const delay_stats &stats, double (&delays)[3]) {
 }
 
 // Programs that list a PID, in the order of the listings.
-std::vector<uint16_t> programs_of(const audit_ctx &a, uint16_t pid) {
-  std::vector<uint16_t> numbers;
+void list_programs_of(audit_ctx &a, uint16_t pid) {
+  a.handed_out.clear();
   for (uint32_t next = a.records[pid].listings; next != 0;) {
     const listing &l = a.tables.listings[next - 1];
-    numbers.push_back(a.tables.programs[l.program]->number);
+    a.handed_out.push_back(a.tables.programs[l.program]->number);
     next = l.next_of_pid;
   }
-  return numbers;
 }
 
 // The program by which a stream is known.
@@ -113,11 +112,12 @@ void describe_stream(const audit_ctx &a, uint16_t pid, char (&what)[48]) {
   });
 }
 
+// What it is to the programs that list it, which have been listed.
 void describe(const audit_ctx &a, uint16_t pid, char (&what)[48]) {
   const pid_record &rec = a.records[pid];
   constexpr const char *roles[] = {"", "PAT", "CAT", "PMT", "NIT", "SDT", "EIT", "RST", "TDT"};
   if (rec.role == psi_role::pmt && rec.owners == 1)
-    snprintf(what, sizeof what, "PMT of %u", programs_of(a, pid)[0]);
+    snprintf(what, sizeof what, "PMT of %u", a.handed_out[0]);
   else if (rec.role != psi_role::none)
     snprintf(what, sizeof what, "%s", roles[static_cast<size_t>(rec.role)]);
   else if (rec.is_stream)
@@ -135,8 +135,8 @@ audit_pid pid_row(audit_ctx &a, uint16_t pid) {
   const pid_record &rec = a.records[pid];
   audit_pid r = {};
   r.pid = pid;
+  list_programs_of(a, pid);
   describe(a, pid, r.what);
-  a.handed_out = programs_of(a, pid);
   r.program_numbers = a.handed_out.data();
   r.programs = a.handed_out.size();
   r.packets = p.packets;
@@ -217,14 +217,9 @@ int audit_get_stream(audit_t audit, size_t program, size_t index, audit_stream *
 }
 
 int audit_get_pid(audit_t audit, size_t index, audit_pid *to) {
-  audit_ctx &a = *audit;
-  uint32_t pid = 0;
-  for (; pid < TS_PIDS; ++pid)
-    if (a.pids[pid].packets != 0 && index-- == 0)
-      break;
-  if (pid == TS_PIDS)
+  if (index >= audit->seen_pids.size())
     return EINVAL;
-  return hand_out(to, pid_row(a, static_cast<uint16_t>(pid)));
+  return hand_out(to, pid_row(*audit, audit->seen_pids[index]));
 }
 
 int audit_get_indicator(audit_t audit, size_t index, audit_indicator *to) {
