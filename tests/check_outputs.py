@@ -122,14 +122,17 @@ class Expected:
             self.take(program, pid, PTS_SKEW + is_dts, number, signed(now - video))
 
 
+def levels(values, sign=""):
+    return "V".join(f"{v}h{sign}{len([*run])}" for v, run in itertools.groupby(values))
+
+
 def band(buckets):
     """The two paths of a plot: least to greatest, and average."""
     area = line = ""
     for i in sorted(i for i in buckets if i - 1 not in buckets):
         run = [buckets[j] for j in itertools.takewhile(buckets.__contains__, itertools.count(i))]
-        area += f"M{i} " + "V".join(f"{-max(ms)}h1" for ms in run)
-        area += "".join(f"V{-min(ms)}h-1" for ms in run[::-1]) + "z"
-        line += f"M{i} " + "V".join(f"{0 - sum(ms) / len(ms):.2f}h1" for ms in run)
+        area += f"M{i} {levels(-max(ms) for ms in run)}V{levels((-min(ms) for ms in run[::-1]), '-')}z"
+        line += f"M{i} " + levels(f"{0 - sum(ms) / len(ms):.2f}" for ms in run)
     return area, line
 
 

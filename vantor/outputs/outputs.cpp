@@ -1,28 +1,14 @@
 #include "outputs/outputs.h"
 
 #include <cmath>
-#include <cstdio>
-#include <cstring>
 #include <new>
 
-#include "outputs/exit_status.h"
 #include "outputs/json_writer.h"
 #include "outputs/report_html.h"
 
 namespace {
 
-// Reports a failure; true when there was none.
-bool succeeded(int err, const char *what, const char *path) {
-  if (err != 0)
-    fprintf(stderr, "Cannot %s [%s]: %s\n", what, path, strerror(err));
-  return err == 0;
-}
-
 enum : size_t { RESERVE = 256 << 10 }; // bytes
-
-bool create(output_file &out, const char *path, const output_place &place) {
-  return !path || succeeded(out.open(place), "create", path);
-}
 
 } // namespace
 
@@ -44,11 +30,10 @@ int outputs::open(const output_settings &settings, const run_request &asked,
   request = &asked;
   checks = &checked;
   exit = settings.exit;
-  if (!create(json, settings.json_path, settings.json) ||
-      !create(page, settings.report_path, settings.report))
+  if (!files.open(settings))
     return -1;
-  if (json.is_open())
-    json_header(json, asked);
+  if (files.json.is_open())
+    json_header(files.json, asked);
   return 0;
 }
 
@@ -56,7 +41,7 @@ void outputs::listen(tsan_t analyzer) {
   ctx = analyzer;
   if (!wanted->any())
     return;
-  if (collects())
+  if (files.any())
     collect([&] {
       reserve.reset(new char[RESERVE]);
       watch = std::make_unique<packet_watch>();
@@ -64,8 +49,8 @@ void outputs::listen(tsan_t analyzer) {
   const tsan_readout readout = {.size = sizeof readout,
                                 .opaque = this,
                                 .on_alert = on_alert,
-                                .on_sample = collects() ? on_sample : nullptr,
-                                .measure_all = collects()};
+                                .on_sample = files.any() ? on_sample : nullptr,
+                                .measure_all = files.any()};
   tsan_set_readout(ctx, &readout);
 }
 
@@ -87,7 +72,7 @@ void outputs::packet(const uint8_t *bytes) {
 }
 
 void outputs::sync_lost(std::span<const uint8_t> rest) {
-  if (collects())
+  if (files.any())
     grid_at_hand = find_grid(rest, packet_offset(*request, tsan_get_pidx(ctx) + 1), false);
 }
 
@@ -104,11 +89,11 @@ void outputs::on_alert(void *self, const tsan_alert *alert) {
   auto &to = *static_cast<outputs *>(self);
   to.exit.alert(*alert);
   to.line.count_alert();
-  if (!to.collects())
+  if (!to.files.any())
     return;
   const double time = to.time_of(alert->pkt_idx);
-  if (to.json.is_open())
-    json_alert(to.json, *to.request, *alert, time, to.pmt_of_program(alert->program));
+  if (to.files.json.is_open())
+    json_alert(to.files.json, *to.request, *alert, time, to.pmt_of_program(alert->program));
   to.data.count(*alert);
   to.collect([&] { to.data.place(*alert, time); });
 }
@@ -131,30 +116,17 @@ capture_rest outputs::rest_of_capture(run_end end) const {
   return rest;
 }
 
-bool outputs::write_page(const checked_run &run) {
-  report_page(page, run);
-  return succeeded(page.complete(), "write", wanted->report_path);
-}
-
-// The closing record of JSON tells the status, so it comes when all else has been written. Should
-// it fail itself, the page is written anew, with the status that comes of it.
 int outputs::write_files(checked_run run) {
-  run_result &result = run.result;
-  if (json.is_open() && json.error() != 0)
-    result.status = EXIT_STATUS_FAILED;
-  const bool has_page = page.is_open();
-  if (has_page && !write_page(run))
-    result.status = EXIT_STATUS_FAILED;
-  if (!json.is_open())
-    return result.status;
-  json_end(json, run);
-  if (succeeded(json.complete(), "write", wanted->json_path))
-    return result.status;
-  const bool was_failed = result.status == EXIT_STATUS_FAILED;
-  result.status = EXIT_STATUS_FAILED;
-  if (has_page && !was_failed && page.open(wanted->report) == 0)
-    write_page(run);
-  return result.status;
+  return files.complete(
+      *wanted, run.result.status,
+      [&](output_file &page, int status) {
+        run.result.status = status;
+        report_page(page, run);
+      },
+      [&](output_file &json, int status) {
+        run.result.status = status;
+        json_end(json, run);
+      });
 }
 
 int outputs::finish(tsan_t analyzer, run_result result) {
@@ -162,7 +134,7 @@ int outputs::finish(tsan_t analyzer, run_result result) {
   if (stats_of(ctx).analyzed == 0)
     exit.nothing_checked();
   result.status = exit.status(result.status, is_unreadable(result.end));
-  if (!collects())
+  if (!files.any())
     return result.status;
   const uint64_t packets = tsan_get_pidx(ctx);
   const double duration = watch ? watch->time.end(packets) : NAN;

@@ -7,8 +7,8 @@
 #include <span>
 
 #include "outputs/checked_run.h"
-#include "outputs/output_file.h"
 #include "outputs/progress.h"
+#include "outputs/run_files.h"
 #include "outputs/settings.h"
 #include "outputs/stream_time.h"
 
@@ -43,20 +43,18 @@ private:
   static void on_alert(void *self, const tsan_alert *alert);
   static void on_sample(void *self, const tsan_sample *sample);
 
-  bool collects() const { return json.is_open() || page.is_open(); }
   template <typename Work> void collect(Work work);
   double time_of(uint64_t packet);
   const listed_pmt *pmt_of_program(int program) const;
   void list_streams();
   capture_rest rest_of_capture(run_end end) const;
-  bool write_page(const checked_run &run);
   int write_files(checked_run run);
 
   const output_settings *wanted = nullptr;
   const run_request *request = nullptr;
   const tsan_config *checks = nullptr;
   tsan_t ctx = nullptr;
-  output_file json, page;
+  run_files files;
   exit_alerts exit;
   report_data data;
   std::unique_ptr<packet_watch> watch;

@@ -120,7 +120,7 @@ void put_timeline(html_text &page, const time_axis &axis, const report_data &dat
     page.format(
         "<div class=lane><div><span>%s <b>%s</b></span><span class=hit>%s</span></div><div>",
         owner_text(row).text, tsan_alert_name(row.kind), grouped(row.count).text);
-    put_strip(page, axis, {tsan_alert_name(row.kind), row.program, row.pid, row.kind}, row.marks,
+    put_strip(page, axis, {tsan_alert_name(row.kind), row.pid, row.kind}, row.marks,
               LANE_MARKS / data.rows.size());
     page.put("</div></div>");
   }

@@ -3,15 +3,13 @@
 #include <algorithm>
 #include <cinttypes>
 #include <cmath>
-#include <cstring>
-#include <ctime>
 #include <new>
 #include <tuple>
 
 #include "outputs/checks.h"
 #include "outputs/report_alerts.h"
+#include "outputs/report_frame.h"
 #include "outputs/report_plot.h"
-#include "outputs/report_style.h"
 
 namespace {
 
@@ -19,31 +17,10 @@ namespace {
 enum : size_t {
   PLOT_BUCKETS = 8'192,
   MAX_DRAWN = 512,
-  MAX_WORDS = 2'000, // bytes of the command line
 };
 
 constexpr const char *titles[MEASURES] = {"PCR interval", "PTS to PCR", "DTS to PCR",
                                           "Mux skew by PTS", "Mux skew by DTS"};
-
-void put_end(html_text &page, const run_result &result) {
-  switch (result.end) {
-  case run_end::complete:
-    return page.put("The file was read to its end.");
-  case run_end::limit:
-    return page.put("The run ended at the number of packets asked for.");
-  case run_end::signal:
-    return page.put("A signal ended the run before the end of the file.");
-  case run_end::stopped:
-    return page.put("The run ended before the end of the file.");
-  case run_end::cannot_open:
-    return page.format("The file cannot be opened: %s.", strerror(result.file_errno));
-  case run_end::read_failed:
-    return page.format("Reading failed after %s bytes: %s.", grouped(result.bytes).text,
-                       strerror(result.file_errno));
-  default:
-    return page.put("The run failed before the first packet.");
-  }
-}
 
 // What was left, and what it looks like.
 void put_rest(html_text &page, const capture_rest &rest) {
@@ -57,18 +34,6 @@ void put_rest(html_text &page, const capture_rest &rest) {
                 grid.packet_size, grouped(grid.offset).text);
   else if (rest.is_known && rest.is_sync_lost)
     page.put(" What follows does not look like packets of 188, 192, 204 or 208 bytes.");
-}
-
-void put_alert_counts(html_text &page, const report_data &data) {
-  const char *separator = "";
-  for (size_t kind = 0; kind < TSAN_ALERT_KINDS; ++kind) {
-    if (data.alerts[kind] == 0)
-      continue;
-    page.format("%s%s\u00A0%s", separator, grouped(data.alerts[kind]).text,
-                tsan_alert_name(static_cast<tsan_alert_kind>(kind)));
-    separator = ", ";
-  }
-  page.put(data.total_alerts() != 0 ? ". " : "");
 }
 
 void put_unchecked_programs(html_text &page, const checked_run &run) {
@@ -101,7 +66,7 @@ void put_verdict(html_text &page, const checked_run &run) {
     page.put_escaped(why.text);
     page.put(why.is_question() ? " " : ". ");
   }
-  put_alert_counts(page, run.data);
+  put_counts(page, run.data.alerts, tsan_alert_name);
   if (why.is_empty())
     put_unchecked_programs(page, run);
   put_end(page, run.result);
@@ -110,48 +75,6 @@ void put_verdict(html_text &page, const checked_run &run) {
   if (run.is_incomplete)
     page.put(" <b>This page is incomplete</b>: memory was refused during the run.");
   page.put("</p></section>");
-}
-
-void put_fact(html_text &page, const char *name, std::string_view value) {
-  page.format("<div><dt>%s<dd>", name);
-  page.put_escaped(value);
-  page.put("</div>");
-}
-
-// The options as they were typed, with quotes where a shell wants them.
-void put_options(html_text &page, std::span<char *const> words) {
-  if (words.empty())
-    return;
-  page.put("<div><dt>Options<dd><code>");
-  size_t left = MAX_WORDS;
-  const char *separator = "";
-  for (const char *word : words) {
-    std::string_view text = word;
-    const bool is_cut = text.size() > left;
-    text = text.substr(0, left);
-    left -= text.size();
-    const bool is_plain =
-        !text.empty() && text.find_first_of(" \t\n\"'\\$`;&|<>()*?[]#~!{}") == text.npos;
-    page.put(separator);
-    separator = " ";
-    page.put(is_plain ? "" : "&#39;");
-    page.put_escaped(text);
-    page.put(is_plain ? "" : "&#39;");
-    if (is_cut)
-      page.put("\u2026");
-    if (left == 0)
-      break;
-  }
-  page.put("</code></div>");
-}
-
-void put_date(html_text &page) {
-  const time_t now = time(nullptr);
-  tm local = {};
-  char text[64] = {};
-  if (localtime_r(&now, &local))
-    strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S %Z", &local);
-  put_fact(page, "Checked", text);
 }
 
 void put_facts(html_text &page, const checked_run &run) {
@@ -222,7 +145,7 @@ void put_measure(html_text &page, const time_axis &axis, const tsan_config &sett
                  const measured_series &s, size_t max_buckets) {
   page.format("<h3>%s <small>PID %u, program %d, ms</small></h3>", titles[s.what], s.pid,
               s.program);
-  put_plot(page, axis, {titles[s.what], s.program, s.pid, s.what}, s,
+  put_plot(page, axis, {titles[s.what], s.pid, s.what}, s,
            limit_ms(settings, sample_kind_of(s.what)), max_buckets);
 }
 
@@ -246,17 +169,6 @@ void put_measures(html_text &page, const time_axis &axis, const checked_run &run
   if (run.data.unplaced_samples != 0)
     page.format("<p class=note>%s values of more PIDs are counted, but not drawn.</p>",
                 grouped(run.data.unplaced_samples).text);
-}
-
-void put_head(html_text &page, const char *source) {
-  page.put("<!doctype html>\n<html lang=en><head><meta charset=utf-8>"
-           "<meta name=viewport content=\"width=device-width,initial-scale=1\"><title>korva: ");
-  page.put_escaped(source);
-  page.put("</title><style>");
-  page.put(report_style);
-  page.put("</style></head>\n<body><main><p class=kicker>korva · transport stream report</p><h1>");
-  page.put_escaped(source);
-  page.put("</h1>");
 }
 
 void put_foot(html_text &page, const checked_run &run) {
@@ -286,7 +198,7 @@ void put_body(html_text &page, const checked_run &run) {
 
 void report_page(output_file &out, const checked_run &run) {
   html_text page(out);
-  put_head(page, run.request.source);
+  put_head(page, run.request.source, "transport stream report");
   put_verdict(page, run);
   put_facts(page, run);
   try {

@@ -42,7 +42,7 @@ int64_t floor_to(int64_t value, int64_t step) {
 }
 
 // Room for all values; but a few that lie far beyond the others (clocks that jump) are cut off.
-value_axis values_of(const series &s, int64_t limit_ms) {
+value_axis values_of(const series &s, int64_t limit) {
   const int64_t usual =
       std::max({std::abs(s.values.percentile(99)), std::abs(s.values.percentile(1)), int64_t{1}});
   const auto cut = [&](int64_t ms) {
@@ -53,13 +53,13 @@ value_axis values_of(const series &s, int64_t limit_ms) {
     bottom = 0;
   if (top < 0 && top * 2 >= bottom)
     top = 0;
-  if (limit_ms != 0 && limit_ms <= 2 * std::max(std::abs(top), std::abs(bottom))) {
+  if (limit != 0 && limit <= 2 * std::max(std::abs(top), std::abs(bottom))) {
     if (top > 0) {
-      bottom = std::min(bottom, limit_ms);
-      top = std::max(top, limit_ms);
+      bottom = std::min(bottom, limit);
+      top = std::max(top, limit);
     }
     if (bottom < 0)
-      bottom = std::min(bottom, -limit_ms);
+      bottom = std::min(bottom, -limit);
   }
   const int64_t step = nice_step(static_cast<double>(std::max<int64_t>(top - bottom, 1)) / 4);
   return {floor_to(bottom, step), floor_to(top, step) + step, step};
@@ -83,24 +83,39 @@ double average(const bucket &b) {
   return static_cast<double>(b.total) / static_cast<double>(b.count);
 }
 
+// Levels of width 1 each: "-40h3V-41h1" to the right, "-40h-3V-41h-1" to the left.
+template <typename Level>
+void put_levels(html_text &page, size_t n, const char *sign, Level level_of) {
+  for (size_t i = 0, next = 0; i < n; i = next) {
+    const short_text level = level_of(i);
+    while (next < n && strcmp(level_of(next).text, level.text) == 0)
+      ++next;
+    page.format("%s%sh%s%zu", i != 0 ? "V" : "", level.text, sign, next - i);
+  }
+}
+
 // The outline of one run of buckets from least to greatest, [begin, end). Greater values lie above,
 // where SVG counts down.
 void put_band(html_text &page, const std::vector<bucket> &b, size_t begin, size_t end) {
-  page.format("M%zu %d", begin, -b[begin].max);
-  for (size_t i = begin; i < end; ++i)
-    if (i == begin)
-      page.put("h1");
-    else
-      page.format("V%dh1", -b[i].max);
-  for (size_t i = end; i-- > begin;)
-    page.format("V%dh-1", -b[i].min);
+  const auto level = [](int32_t value) {
+    short_text out;
+    snprintf(out.text, sizeof out.text, "%d", -value);
+    return out;
+  };
+  page.format("M%zu ", begin);
+  put_levels(page, end - begin, "", [&](size_t i) { return level(b[begin + i].max); });
+  page.put("V");
+  put_levels(page, end - begin, "-", [&](size_t i) { return level(b[end - 1 - i].min); });
   page.put("z");
 }
 
 void put_average(html_text &page, const std::vector<bucket> &b, size_t begin, size_t end) {
-  page.format("M%zu %.2fh1", begin, 0 - average(b[begin]));
-  for (size_t i = begin + 1; i < end; ++i)
-    page.format("V%.2fh1", 0 - average(b[i]));
+  page.format("M%zu ", begin);
+  put_levels(page, end - begin, "", [&](size_t i) {
+    short_text out;
+    snprintf(out.text, sizeof out.text, "%.2f", 0 - average(b[begin + i]));
+    return out;
+  });
 }
 
 template <typename Put>
@@ -115,12 +130,12 @@ void for_each_run(html_text &page, const std::vector<bucket> &b, Put put_run) {
   }
 }
 
-void put_value_labels(html_text &page, const value_axis &y) {
+void put_value_labels(html_text &page, const value_axis &y, const value_unit &unit) {
   page.put("<div class=y aria-hidden=true>");
   for (int64_t value = y.lo; value <= y.hi; value += y.step)
-    page.format("<span style=bottom:%.2f%%>%s%" PRId64 "</span>",
+    page.format("<span style=bottom:%.2f%%>%s</span>",
                 100.0 * static_cast<double>(value - y.lo) / static_cast<double>(y.hi - y.lo),
-                value < 0 ? "\u2212" : "", std::abs(value));
+                value_text(value, unit).text);
   page.put("</div>");
 }
 
@@ -133,23 +148,32 @@ void put_cuts(html_text &page, const std::vector<bucket> &buckets, int64_t edge,
       page.format("M%zu.5 %" PRId64 "v%.2f", i, -edge, length);
 }
 
-void put_limit(html_text &page, const value_axis &y, int64_t limit_ms, double n) {
-  if (limit_ms != 0 && limit_ms >= y.lo && limit_ms <= y.hi)
-    page.format("<path class=limit d=\"M0 %" PRId64 "h%.3f\"/>", -limit_ms, n);
+void put_limit(html_text &page, const value_axis &y, int64_t limit, double n) {
+  if (limit != 0 && limit >= y.lo && limit <= y.hi)
+    page.format("<path class=limit d=\"M0 %" PRId64 "h%.3f\"/>", -limit, n);
+}
+
+// What it shows, for who cannot see it.
+void put_alternative(html_text &page, const picture &what, const measure_sum &sum) {
+  page.format(
+      "role=img aria-label=\"%s of PID %u over time: least %s, average %s, greatest %s %s\"",
+      what.name, what.pid, value_text(sum.min, what.unit).text, average_text(sum, what.unit).text,
+      value_text(sum.max, what.unit).text, what.unit.name);
 }
 
 void put_curve(html_text &page, const time_axis &axis, const picture &what, const series &s,
-               int64_t limit_ms, const value_axis &y, size_t max_buckets) {
+               int64_t limit, const value_axis &y, size_t max_buckets) {
   std::vector<bucket> buckets = s.buckets;
   const uint64_t width = merge_for_drawing(buckets, axis.width, max_buckets);
   const double n = static_cast<double>(axis.length) / static_cast<double>(width);
   const int64_t height = y.hi - y.lo;
   page.put("<div class=curve>");
-  put_value_labels(page, y);
-  page.format("<svg role=img aria-label=\"%s of PID %u over time\" preserveAspectRatio=none "
-              "viewBox=\"0 %" PRId64 " %.3f %" PRId64 "\" data-pid=%u data-kind=%d "
-              "data-bucket=%" PRIu64 "><path class=grid d=\"",
-              what.name, what.pid, -y.hi, n, height, what.pid, what.kind, width);
+  put_value_labels(page, y, what.unit);
+  page.put("<svg ");
+  put_alternative(page, what, s.sum);
+  page.format(" preserveAspectRatio=none viewBox=\"0 %" PRId64 " %.3f %" PRId64
+              "\" data-pid=%u data-kind=%d data-bucket=%" PRIu64 "><path class=grid d=\"",
+              -y.hi, n, height, what.pid, what.kind, width);
   for (int64_t value = y.lo; value <= y.hi; value += y.step)
     page.format("M0 %" PRId64 "h%.3f", -value, n);
   page.put("\"/><path class=band d=\"");
@@ -157,9 +181,9 @@ void put_curve(html_text &page, const time_axis &axis, const picture &what, cons
   page.put("\"/><path class=avg d=\"");
   for_each_run(page, buckets, put_average);
   page.put("\"/>");
-  put_limit(page, y, limit_ms, n);
+  put_limit(page, y, limit, n);
   if (y.lo < 0)
-    put_limit(page, y, -limit_ms, n);
+    put_limit(page, y, -limit, n);
   page.put("<path class=cut d=\"");
   const double mark_length = static_cast<double>(height) / 12;
   put_cuts(page, buckets, y.hi, mark_length, [&](const bucket &b) { return b.max > y.hi; });
@@ -167,15 +191,6 @@ void put_curve(html_text &page, const time_axis &axis, const picture &what, cons
   page.put("\"/></svg>");
   put_time_labels(page, axis);
   page.put("</div>");
-}
-
-short_text signed_text(int64_t value) {
-  const short_text size = grouped(static_cast<uint64_t>(std::abs(value)));
-  if (value >= 0)
-    return size;
-  short_text out = {"\u2212"};
-  strncat(out.text, size.text, sizeof out.text - 4);
-  return out;
 }
 
 // Bars of equal width from the least value on; their step is not finer than what is known.
@@ -198,34 +213,50 @@ void put_histogram(html_text &page, const picture &what, const series &s, const 
       page.format("M%" PRId64 " 0v-%.4fh1V0z", first / step + static_cast<int64_t>(i),
                   static_cast<double>(bars[i]) / static_cast<double>(most));
   page.format("\"/></svg><div class=x><span style=left:0>%s</span>"
-              "<span style=left:100%%>%s ms</span></div></div>",
-              signed_text(first).text,
-              signed_text(first + static_cast<int64_t>(bars.size()) * step).text);
-}
-
-short_text fixed2(double value) {
-  short_text out;
-  snprintf(out.text, sizeof out.text, "%s%.2f", value < 0 ? "\u2212" : "", std::abs(value));
-  return out;
+              "<span style=left:100%%>%s %s</span></div></div>",
+              value_text(first, what.unit).text,
+              value_text(first + static_cast<int64_t>(bars.size()) * step, what.unit).text,
+              what.unit.name);
 }
 
 void put_number(html_text &page, const char *name, const short_text &value) {
   page.format("<div><dt>%s<dd>%s</div>", name, value.text);
 }
 
-void put_numbers(html_text &page, const series &s, int64_t limit_ms) {
+void put_numbers(html_text &page, const series &s, const value_unit &unit, int64_t limit) {
   page.put("<dl class=numbers>");
-  put_number(page, "min", signed_text(s.sum.min));
-  put_number(page, "avg", fixed2(s.sum.average()));
+  put_number(page, "min", value_text(s.sum.min, unit));
+  put_number(page, "avg", average_text(s.sum, unit));
   for (const auto &[name, percent] : {std::pair{"p50", 50.0}, {"p95", 95.0}, {"p99", 99.0}})
-    put_number(page, name, signed_text(std::min(s.values.percentile(percent), s.sum.max)));
-  put_number(page, "max", signed_text(s.sum.max));
+    put_number(page, name, value_text(std::min(s.values.percentile(percent), s.sum.max), unit));
+  put_number(page, "max", value_text(s.sum.max, unit));
   put_number(page, "values", grouped(s.sum.count));
-  put_number(page, "limit", limit_ms != 0 ? signed_text(limit_ms) : short_text{"none"});
+  put_number(page, "limit", limit != 0 ? value_text(limit, unit) : short_text{"none"});
   page.put("</dl>");
 }
 
 } // namespace
+
+short_text value_text(int64_t value, const value_unit &unit) {
+  const auto size = static_cast<uint64_t>(std::abs(value)),
+             parts = static_cast<uint64_t>(unit.parts);
+  short_text out;
+  char *to = stpcpy(stpcpy(out.text, value < 0 ? "\u2212" : ""), grouped(size / parts).text);
+  uint64_t rest = size % parts;
+  if (rest != 0)
+    *to++ = '.';
+  for (; rest != 0; rest = rest * 10 % parts)
+    *to++ = static_cast<char>('0' + rest * 10 / parts);
+  *to = '\0';
+  return out;
+}
+
+short_text average_text(const measure_sum &sum, const value_unit &unit) {
+  const double value = sum.average() / static_cast<double>(unit.parts);
+  short_text out;
+  snprintf(out.text, sizeof out.text, "%s%.2f", value < 0 ? "\u2212" : "", std::abs(value));
+  return out;
+}
 
 short_text axis_text(const time_axis &axis, uint64_t at) {
   return axis.in_packets ? grouped(at) : clock_text(at, true);
@@ -261,16 +292,32 @@ void put_strip(html_text &page, const time_axis &axis, const picture &what,
 }
 
 void put_plot(html_text &page, const time_axis &axis, const picture &what, const series &s,
-              size_t limit_ms, size_t max_buckets) {
-  const auto limit = static_cast<int64_t>(std::min<size_t>(limit_ms, INT64_MAX));
-  const value_axis y = values_of(s, limit);
-  put_numbers(page, s, limit);
+              size_t limit, size_t max_buckets) {
+  const auto threshold = static_cast<int64_t>(std::min<size_t>(limit, INT64_MAX));
+  const value_axis y = values_of(s, threshold);
+  put_numbers(page, s, what.unit, threshold);
   page.put("<div class=plot>");
-  put_curve(page, axis, what, s, limit, y, max_buckets);
+  put_curve(page, axis, what, s, threshold, y, max_buckets);
   put_histogram(page, what, s, y);
   page.put("</div>");
   if (s.sum.max > y.hi || s.sum.min < y.lo)
     page.format(
-        "<p class=note>Values beyond %s and %s ms are cut off, with a mark at the edge.</p>",
-        signed_text(y.lo).text, signed_text(y.hi).text);
+        "<p class=note>Values beyond %s and %s %s are cut off, with a mark at the edge.</p>",
+        value_text(y.lo, what.unit).text, value_text(y.hi, what.unit).text, what.unit.name);
+}
+
+void put_spark(html_text &page, const time_axis &axis, const picture &what, const series &s,
+               size_t max_buckets) {
+  std::vector<bucket> buckets = s.buckets;
+  const uint64_t width = merge_for_drawing(buckets, axis.width, max_buckets);
+  const int64_t top = std::max<int64_t>(s.sum.max + s.sum.max / 16, 1);
+  page.put("<svg class=spark ");
+  put_alternative(page, what, s.sum);
+  page.format(" preserveAspectRatio=none viewBox=\"0 %" PRId64 " %.3f %" PRId64
+              "\"><path class=band d=\"",
+              -top, static_cast<double>(axis.length) / static_cast<double>(width), top);
+  for_each_run(page, buckets, put_band);
+  page.put("\"/><path class=avg d=\"");
+  for_each_run(page, buckets, put_average);
+  page.put("\"/></svg>");
 }
