@@ -5,6 +5,7 @@ Every example of docs/findings.md is planted and has to say what stands there, n
 all three forms. KORVA_ACCEPT=1 writes what is said into the document.
 """
 
+import collections
 import json
 import os
 import pathlib
@@ -51,6 +52,7 @@ class Audit(unittest.TestCase):
         records = [json.loads(line) for line in pathlib.Path("json").read_text().splitlines()]
         for record in records:
             SCHEMA.validate(record)
+        self.stderr = run.stderr
         self.verdict = re.search(r"^(PASS|FAIL|INCOMPLETE|NOTHING).*", run.stderr, re.M)[0]
         return run.returncode, *lines, records
 
@@ -112,6 +114,43 @@ class Audit(unittest.TestCase):
             self.assertEqual(report["cbr"], data is constant)
         # The SDT comes each half second, tables as often as A/65 asks for do not.
         self.assertEqual(self.findings(CLEAN, "--audit=atsc")[1]["verdict"], "fail")
+
+    def tables(self, stderr):
+        """Titles of the tables at the end, with their rows."""
+        for block in stderr.split("\n\n"):
+            title, _, *rows = [*block.splitlines(), ""]
+            yield title, [re.split(r" {2,}", row.strip()) for row in rows if row]
+
+    def test_tables_say_what_the_records_say(self):
+        def number(text):
+            return None if text == "-" else float(text.split()[0])
+
+        for kind in ("PID-GAP", "PCR-JUMP", "STAMP-LATE", "TEI", "constant", "PSI-TABLE"):
+            *_, records = self.korva(planted(kind))
+            tables, of = dict(self.tables(self.stderr)), collections.defaultdict(list)
+            for record in records:
+                of[record["record"]].append(record)
+            for row, r in zip(tables["Indicators of ETSI TR 101 290"], of["indicator"], strict=True):
+                first = r["first"] or {"pid": None, "packet": None, "time": None}
+                self.assertEqual(row[:2] + [row[2].lower().replace(" ", "-")], [r["id"], r["name"], r["state"]])
+                self.assertEqual((int(row[3]), number(row[5]), number(row[6])),
+                                 (r["count"], first["pid"], first["packet"]))
+                self.assertEqual((number(row[7]), number(row[8])), (r["worst"], r["limit"]))
+                self.assertEqual(row[9:], [r["reason"]] if r["reason"] else [])
+            for row, r in zip(tables["PIDs"], of["pid"], strict=True):
+                self.assertEqual(row[0], f"{r['pid']} (0x{r['pid']:04X})")
+                self.assertEqual((row[1], row[2]),
+                                 (r["what"], ",".join(map(str, r["program_numbers"])) or "-"))
+                counts = [r[key] for key in ("packets", "scrambled", "tei", "duplicates", "lost", "pcrs")]
+                self.assertEqual([int(row[i]) for i in (3, 8, 9, 10, 11, 12)], counts)
+                measures = (r["bitrate"], r["pcr_max_ms"], *(r["pts_delay_ms"] or [None] * 3), r["longest_gap_ms"])
+                for i, value in zip((5, 13, 14, 15, 16, 17), measures, strict=True):
+                    self.assertEqual(row[i] == "-", value is None)
+                    self.assertAlmostEqual(number(row[i]) or 0, value or 0, delta=0.501 if i == 5 else 0.051)
+            self.assertAlmostEqual(sum(float(row[4]) for row in tables["PIDs"]), 100, delta=0.01)
+            told = {row[0]: int(row[2]) for row in tables.get("Findings that have no indicator", [])}
+            counted = sum(r["count"] for r in of["indicator"]) + sum(told.values())
+            self.assertEqual(counted, sum(of["report"][0]["findings"].values()))
 
     def test_packets_of_all_sizes(self):
         damaged, records = planted("CC-LOSS"), {}
@@ -208,8 +247,7 @@ class Audit(unittest.TestCase):
                 (("--limit=pcr_ms=-1",), "no value"), (("--limit=pcr_ms=nan",), "no value"),
                 (("--limit=pcr_ms=1e99",), "no value"), (("--limit=pcr_ms=5ms",), "no value"),
                 (("--packet-size=187",), "no packet size"), (("--packet-size=0",), "no packet size"),
-                (("--exit-alerts=CC-BRK",), "unknown kind"), (("--exit-alerts=TEI,",), "unknown kind"),
-                (("--report=x",), "--report")):
+                (("--exit-alerts=CC-BRK",), "unknown kind"), (("--exit-alerts=TEI,",), "unknown kind")):
             run = subprocess.run([PROGRAM, "--audit", *args, "x.ts"], capture_output=True, text=True)
             lines = [line for line in run.stderr.splitlines() if " EXIT(" not in line]
             self.assertEqual((run.returncode, len(lines), os.listdir()), (22, 1, []), args)

@@ -5,6 +5,7 @@
 
 #include "audit/clock.h"
 #include "outputs/audit_fields.h"
+#include "outputs/audit_records.h"
 #include "outputs/json_text.h"
 
 namespace {
@@ -128,15 +129,6 @@ void put_program(output_file &out, audit_t audit, size_t index, const audit_prog
   r.end_array();
 }
 
-// All records of one sort, as long as there are any.
-template <typename record, typename put_record>
-void put_all(audit_t audit, int (*get)(audit_t, size_t, record *), put_record put) {
-  record one = {};
-  one.size = sizeof one;
-  for (size_t i = 0; get(audit, i, &one) == 0; ++i)
-    put(i, one);
-}
-
 void put_limits(json_text &r, const audit_config &settings) {
   r.begin_object("limits");
   for (int i = 0; i < AUDIT_LIMITS; ++i)
@@ -187,10 +179,10 @@ void json_audit_finding(output_file &out, const audit_finding &f) {
 }
 
 void json_audit_records(output_file &out, audit_t audit) {
-  put_all(audit, audit_get_indicator,
-          [&](size_t, const audit_indicator &indicator) { put_indicator(out, indicator); });
-  put_all(audit, audit_get_pid, [&](size_t, const audit_pid &pid) { put_pid(out, pid); });
-  put_all(audit, audit_get_program, [&](size_t index, const audit_program &program) {
+  for_each_record(audit, audit_get_indicator,
+                  [&](size_t, const audit_indicator &indicator) { put_indicator(out, indicator); });
+  for_each_record(audit, audit_get_pid, [&](size_t, const audit_pid &pid) { put_pid(out, pid); });
+  for_each_record(audit, audit_get_program, [&](size_t index, const audit_program &program) {
     put_program(out, audit, index, program);
   });
 }

@@ -2,47 +2,13 @@
 
 #include <cinttypes>
 #include <cmath>
-#include <cstdarg>
-#include <cstdio>
 
-#include "audit/clock.h"
 #include "outputs/audit_fields.h"
+#include "outputs/audit_words.h"
 
 namespace {
 
 enum : size_t { LIST_MOST = 12 }; // items of a list that a line tells
-
-[[gnu::format(printf, 1, 2)]] std::string text(const char *format, ...) {
-  char buf[256];
-  va_list args;
-  va_start(args, format);
-  vsnprintf(buf, sizeof buf, format, args);
-  va_end(args);
-  return buf;
-}
-
-std::string counted(uint64_t count, std::string_view thing) {
-  return std::to_string(count) + " " + std::string(thing) + (count == 1 ? "" : "s");
-}
-
-// Hours have at least so many digits.
-std::string clock_time(double seconds, int hour_digits, const char *unknown) {
-  if (!std::isfinite(seconds))
-    return unknown;
-  const auto ms = static_cast<int64_t>(nearest(seconds * 1000));
-  return text("%0*" PRId64 ":%02d:%02d.%03d", hour_digits, ms / 3'600'000,
-              static_cast<int>(ms / 60'000 % 60), static_cast<int>(ms / 1000 % 60),
-              static_cast<int>(ms % 1000));
-}
-
-// "812.5 ms"
-std::string in_units(double value, const char *unit) {
-  std::string number = text("%.3f", std::fabs(value));
-  number.erase(number.find_last_not_of('0') + 1);
-  if (number.back() == '.')
-    number.pop_back();
-  return number + " " + unit;
-}
 
 // The greatest of several events, or that of the only one.
 std::string at_most(const audit_finding &f, double value, const char *unit = "ms") {
@@ -105,7 +71,51 @@ std::string pcr_jump(const audit_finding &f) {
          at_most(f, f.jump_ms) + ", not announced";
 }
 
-// What happened, without where.
+std::string where(const audit_finding &f) {
+  if (f.kind == AUDIT_LEADING || f.kind == AUDIT_PID_ABSENT || f.to_end)
+    return "";
+  if (f.kind == AUDIT_PID_UNREFERENCED)
+    return text(", the first at packet %" PRIu64, f.packet);
+  if (f.events == 1)
+    return text(" at packet %" PRIu64, f.packet);
+  return text(", %" PRIu64 " times from packet %" PRIu64 " to %" PRIu64, f.events, f.packet,
+              f.last_packet);
+}
+
+// Fields as key=value. Lists are cut, so that the line stays whole.
+class terse_fields : public field_sink {
+public:
+  explicit terse_fields(std::string &target) : line(target) {}
+
+  void count(const char *key, uint64_t value) override { put(key, std::to_string(value)); }
+  void number(const char *key, int32_t value) override {
+    if (value >= 0)
+      put(key, std::to_string(value));
+  }
+  void measure(const char *key, double value) override {
+    if (std::isfinite(value))
+      put(key, text("%.3f", value));
+  }
+  void flag(const char *key, bool value) override { put(key, value ? "true" : "false"); }
+  void word(const char *key, const char *value) override {
+    if (value)
+      put(key, value);
+  }
+  void list(const char *key, const audit_list &list) override {
+    if (list.count != 0)
+      put(key, list_text(list, ",") + (list.count > LIST_MOST ? ",..." : ""));
+  }
+
+private:
+  void put(const char *key, const std::string &value) {
+    line += std::string(" ") + key + "=" + value;
+  }
+
+  std::string &line;
+};
+
+} // namespace
+
 std::string what_happened(const audit_finding &f) {
   switch (f.kind) {
   case AUDIT_SYNC_LOSS:
@@ -168,7 +178,7 @@ std::string what_happened(const audit_finding &f) {
   case AUDIT_AF_SYNTAX:
     return "adaptation field does not fit";
   case AUDIT_PID_UNREFERENCED:
-    return counted(f.packets, "packet") + " that no table announces, the first";
+    return counted(f.packets, "packet") + " that no table announces";
   case AUDIT_LEADING:
     return counted(f.bytes, "byte") + " before the first packet";
   case AUDIT_PAT_CHANGE:
@@ -181,49 +191,6 @@ std::string what_happened(const audit_finding &f) {
     return audit_kind_name(f.kind);
   }
 }
-
-std::string where(const audit_finding &f) {
-  if (f.kind == AUDIT_LEADING || f.kind == AUDIT_PID_ABSENT || f.to_end)
-    return "";
-  if (f.events == 1)
-    return text(" at packet %" PRIu64, f.packet);
-  return text(", %" PRIu64 " times from packet %" PRIu64 " to %" PRIu64, f.events, f.packet,
-              f.last_packet);
-}
-
-// Fields as key=value. Lists are cut, so that the line stays whole.
-class terse_fields : public field_sink {
-public:
-  explicit terse_fields(std::string &target) : line(target) {}
-
-  void count(const char *key, uint64_t value) override { put(key, std::to_string(value)); }
-  void number(const char *key, int32_t value) override {
-    if (value >= 0)
-      put(key, std::to_string(value));
-  }
-  void measure(const char *key, double value) override {
-    if (std::isfinite(value))
-      put(key, text("%.3f", value));
-  }
-  void flag(const char *key, bool value) override { put(key, value ? "true" : "false"); }
-  void word(const char *key, const char *value) override {
-    if (value)
-      put(key, value);
-  }
-  void list(const char *key, const audit_list &list) override {
-    if (list.count != 0)
-      put(key, list_text(list, ",") + (list.count > LIST_MOST ? ",..." : ""));
-  }
-
-private:
-  void put(const char *key, const std::string &value) {
-    line += std::string(" ") + key + "=" + value;
-  }
-
-  std::string &line;
-};
-
-} // namespace
 
 std::string human_line(const audit_finding &f, std::string_view tag) {
   std::string line = std::string("AUDIT ") + audit_kind_name(f.kind) + " [" + std::string(tag) +

@@ -13,5 +13,8 @@ std::string human_line(const audit_finding &finding, std::string_view tag);
 // For programs: kind, tag, PID, packet, offset, time, and the rest as key=value; "-" is none.
 std::string terse_line(const audit_finding &finding, std::string_view tag);
 
+// What happened, without where: "7 packets lost".
+std::string what_happened(const audit_finding &finding);
+
 // How it went: "PASS (2 of 19 not measurable)".
 std::string verdict_line(const audit_facts &facts);

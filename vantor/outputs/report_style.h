@@ -19,7 +19,9 @@ p{margin:6px 0;max-width:70ch}
 .kicker{margin:0;letter-spacing:.04em}
 .verdict{border-left:6px solid var(--c);background:var(--card);padding:12px 16px}
 .verdict strong{display:block;font-size:22px;line-height:1.25;color:var(--c)}
-.good{--c:var(--green)}.bad{--c:var(--red)}.warn{--c:var(--amber)}
+.good{--c:var(--green)}.bad{--c:var(--red)}.warn{--c:var(--amber)}.none{--c:var(--soft)}
+.state{color:var(--c);font-weight:600}.state.none{font-weight:400}.state small{font-weight:400}
+a{color:inherit}
 dl{display:flex;flex-wrap:wrap;gap:10px 26px;margin:16px 0}
 dl div{min-width:0}
 dt{font-size:12px;color:var(--soft)}
@@ -32,16 +34,24 @@ th,td{padding:4px 14px 4px 0;border-bottom:1px solid var(--rule);vertical-align:
 .n{text-align:right;white-space:nowrap}
 .n:first-child{width:1%}
 td:first-child,.k{white-space:nowrap}
+.list .w{width:45%}
 .hit{color:var(--red);font-weight:600}
 .zero{color:var(--soft)}
 svg{display:block;width:100%;overflow:hidden}
 code{font:13px/1.5 ui-monospace,monospace}
 path{vector-effect:non-scaling-stroke;fill:none;stroke-width:1px}
-.lane{display:grid;grid-template-columns:240px minmax(0,1fr);gap:0 12px;align-items:center}
+.lane{display:grid;grid-template-columns:270px minmax(0,1fr);gap:0 12px;align-items:center}
 .lane>div:first-child{display:flex;justify-content:space-between;gap:8px;white-space:nowrap}
 .lane b{font-weight:600}
 .strip{height:20px;background:var(--card);border-bottom:1px solid var(--rule);overflow:visible}
-.strip path{stroke:var(--red);stroke-width:3px}
+.strip path{stroke:var(--c,var(--red));stroke-width:3px}
+.rate{margin-bottom:6px}.rate>div:first-child{flex-direction:column;gap:0}.rate small{color:var(--soft)}
+.spark{height:40px;background:var(--card);border-bottom:1px solid var(--rule)}
+th[scope=row]{color:var(--ink);font-weight:600;font-size:inherit;white-space:nowrap}
+.part{padding-top:14px;font-weight:600}
+.pids{font-size:13px}.pids th,.pids td{padding-right:12px}.pids th{white-space:nowrap}
+@media(min-width:1120px){.wide{--w:min(100vw - 60px,1400px);width:var(--w);margin-left:calc(50% - var(--w)/2)}}
+.bar{min-width:80px}.bar i{display:block;height:9px;margin-top:5px;background:var(--blue)}
 .plot{display:grid;grid-template-columns:minmax(0,4fr) minmax(0,1fr);gap:0 28px}
 .curve{position:relative;padding-left:56px}
 .curve svg{height:132px}
@@ -69,6 +79,9 @@ th,td{padding-right:10px}table{font-size:14px}
 .list tr:first-child{display:none}
 .list tr{display:flex;flex-wrap:wrap;gap:0 12px;padding:6px 0;border-bottom:1px solid var(--rule)}
 .list td{border:0;padding:0}.list .n{width:auto}.list .w{flex-basis:100%;order:1}
-.list .i::before{content:"PID "}.list .p::before{content:"packet "}.list .b::before{content:"byte "}}
-@media print{body{background:none}h2,h3{break-after:avoid}.plot,.lane{break-inside:avoid}}
+.list .i:not(:empty)::before{content:"PID "}.list .g:not(:empty)::before{content:"program "}.list .p::before{content:"packet "}.list .b::before{content:"byte "}}
+@media print{body{background:none;font-size:11px;print-color-adjust:exact}main{max-width:none;padding:8px 0}
+h2,h3,.numbers{break-after:avoid}.plot,.lane,tr{break-inside:avoid}.scroll{overflow:visible}
+th,small,dt,code,.note,.kicker,footer{font-size:.9em}th,td{padding-right:8px}.pids{font-size:7.5px}.pids th,.pids td{padding-right:4px}
+.bar{min-width:24px}.bar i{margin-top:1px}}
 )";

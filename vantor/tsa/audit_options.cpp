@@ -154,8 +154,6 @@ std::optional<int> apply_audit_option(int opt, const char *arg) {
     return set_limit(arg);
   case OPT_EXIT_ALERTS:
     return choose_exit_kinds(arg);
-  case OPT_REPORT:
-    return refuse("--report shows the checks without --audit; use --json");
   default:
     return {};
   }

@@ -13,8 +13,11 @@
 #include "log/statement.h"
 #include "outputs/audit_json.h"
 #include "outputs/audit_lines.h"
+#include "outputs/audit_page.h"
+#include "outputs/audit_tables.h"
 #include "outputs/exit_status.h"
 #include "outputs/progress.h"
+#include "outputs/run_files.h"
 #include "tsa/config.h"
 
 LOG_MODULE(0);
@@ -36,7 +39,9 @@ struct audit_run {
   framing packets{file, g_cfg.audit.packet_size};
   std::unique_ptr<audit_ctx, audit_closer> audit;
   audit_facts facts;
-  output_file json;
+  run_files files;
+  audit_page_data collected;  // for the page
+  bool is_incomplete = false; // memory was refused for it
   progress line;
   bool is_hit = false; // by a finding that --exit-alerts asks for
 };
@@ -59,6 +64,21 @@ int level_of(audit_severity severity) {
   return levels[severity];
 }
 
+// Keeps something for the page, until memory is refused.
+template <typename Record> void collect(audit_run &run, const Record &record) {
+  if (!run.files.page.is_open() || run.is_incomplete)
+    return;
+  try {
+    run.collected.add(record);
+  } catch (const std::bad_alloc &) {
+    run.is_incomplete = true;
+  }
+}
+
+void on_sample(void *opaque, const audit_sample *sample) {
+  collect(*static_cast<audit_run *>(opaque), *sample);
+}
+
 void on_finding(void *opaque, const audit_finding *f) {
   auto &run = *static_cast<audit_run *>(opaque);
   run.is_hit |= is_asked_for(*f);
@@ -67,8 +87,9 @@ void on_finding(void *opaque, const audit_finding *f) {
     LOG(g_log, level_of(f->severity), "%s\n", human_line(*f, run.request.source).c_str());
   if (g_cfg.tsa.access_log_alerts)
     LOG(g_access_log, MIN_level, "%s\n", terse_line(*f, run.request.source).c_str());
-  if (run.json.is_open())
-    json_audit_finding(run.json, *f);
+  if (run.files.json.is_open())
+    json_audit_finding(run.files.json, *f);
+  collect(run, *f);
 }
 
 // Hands over what comes next; false at the end of the capture.
@@ -147,6 +168,7 @@ int judge(audit_run &run) {
   cfg.first_packet = run.request.first_packet;
   cfg.opaque = &run;
   cfg.on_finding = on_finding;
+  cfg.on_sample = run.files.page.is_open() ? on_sample : nullptr;
   run.audit.reset(audit_init(&cfg));
   if (!run.audit) {
     fprintf(stderr, "No memory for the audit\n");
@@ -162,8 +184,8 @@ int judge(audit_run &run) {
   run.line.finish();
   run.facts.report.size = sizeof run.facts.report;
   audit_get_report(audit, &run.facts.report);
-  if (run.json.is_open())
-    json_audit_records(run.json, audit);
+  if (run.files.json.is_open())
+    json_audit_records(run.files.json, audit);
   count_bytes(run);
   count_indicators(run);
   return run.facts.report.out_of_memory ? EXIT_STATUS_NOMEM : EXIT_STATUS_OK;
@@ -183,8 +205,8 @@ int report_nothing(audit_run &run) {
 
 void write_header(audit_run &run) {
   run.facts.packet_size = run.packets.packet_size();
-  if (run.json.is_open())
-    json_audit_header(run.json, run.request, run.facts);
+  if (run.files.json.is_open())
+    json_audit_header(run.files.json, run.request, run.facts);
 }
 
 int read_file(audit_run &run) {
@@ -213,20 +235,39 @@ int open_file(audit_run &run) {
   return report_nothing(run);
 }
 
+void print_tables(const audit_run &run) {
+  try {
+    fputs(audit_tables(run.audit.get(), run.facts).c_str(), stderr);
+  } catch (const std::bad_alloc &) {
+    fputs("No memory for the tables\n", stderr);
+  }
+}
+
+int write_files(audit_run &run) {
+  run_result &result = run.facts.result;
+  const audit_report &report = run.facts.report;
+  run.collected.finish(run.request.first_packet - 1 + report.packets, report.duration);
+  return run.files.complete(
+      g_cfg.out, result.status,
+      [&](output_file &page, int status) {
+        result.status = status;
+        audit_page(page,
+                   {run.request, run.facts, run.audit.get(), run.collected, run.is_incomplete});
+      },
+      [&](output_file &json, int status) {
+        result.status = status;
+        json_audit_report(json, run.facts);
+      });
+}
+
 // Tells how it went. Returns the status of the run.
 int finish(audit_run &run, int status) {
   const bool is_hit = run.is_hit || is_unreadable(run.facts.result.end);
   const bool tells = g_cfg.audit.exit_on_fail || g_cfg.audit.exit_kinds != 0;
   run.facts.result.status =
       status == EXIT_STATUS_OK && tells && is_hit ? EXIT_STATUS_ALERTS : status;
-  fprintf(stderr, "%s\n", verdict_line(run.facts).c_str());
-  if (!run.json.is_open())
-    return run.facts.result.status;
-  json_audit_report(run.json, run.facts);
-  const int err = run.json.complete();
-  if (err != 0)
-    fprintf(stderr, "Cannot write [%s]: %s\n", g_cfg.out.json_path, strerror(err));
-  return err == 0 ? run.facts.result.status : EXIT_STATUS_FAILED;
+  print_tables(run);
+  return write_files(run);
 }
 
 } // namespace
@@ -234,11 +275,8 @@ int finish(audit_run &run, int status) {
 int run_audit(const run_request &request) {
   audit_run run(request);
   run.facts.settings = make_audit_config(g_cfg.audit);
-  const int err = g_cfg.out.json_path ? run.json.open(g_cfg.out.json) : 0;
-  if (err != 0) {
-    fprintf(stderr, "Cannot create [%s]: %s\n", g_cfg.out.json_path, strerror(err));
+  if (!run.files.open(g_cfg.out))
     return EXIT_STATUS_FAILED;
-  }
   setvbuf(stdout, nullptr, _IONBF, 0); // findings reach a pipe at once
   return finish(run, open_file(run));
 }
