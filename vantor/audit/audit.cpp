@@ -169,6 +169,8 @@ template <typename Work> int guarded(audit_t audit, Work work) {
 }
 
 void judge_end(audit_ctx &a) {
+  if (packets_of(a) == 0)
+    return; // nothing was there that anything could be missed in
   release_held_losses(a);
   if (a.clock.runs) {
     clock_estimated_knot(a.clock, a.packet);
