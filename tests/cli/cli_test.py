@@ -247,9 +247,10 @@ class Runs(unittest.TestCase):
         }.items():
             self.assertEqual(run("sh", "-c", command + " " + redirection), wanted, redirection)
 
-        # The file must not grow.
-        said = run("sh", "-c", f"ulimit -f 0; {command} >full")
-        self.assertEqual(said, (0, "", err + LOST_OUT))
+        # The file must not grow. (The thread sanitizer writes a file of its own at the start.)
+        if FAULTS:
+            said = run("sh", "-c", f"ulimit -f 0; {command} >full")
+            self.assertEqual(said, (0, "", err + LOST_OUT))
 
         # A reader that has gone ends the program the usual way, at its first line.
         gone = f"set -o pipefail; {{ sleep 0.2; {command}; }} | true"

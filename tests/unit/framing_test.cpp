@@ -158,7 +158,7 @@ TEST(Framing, finds_what_was_planted) {
   for (const auto &[size, words, found] : cases) {
     const std::string stream = make(size, words);
     EXPECT_EQ(look_at_file(stream, 0), found) << size << ": " << words;
-    for (const size_t piece : {11, 187, 4099})
+    for (const size_t piece : {size_t{11}, size_t{187}, size_t{4099}})
       EXPECT_EQ(look_at_pipe(stream, piece), found) << size << ": " << words;
   }
 }
@@ -177,7 +177,7 @@ TEST(Framing, reads_what_was_asked_for) {
 
 // Grids at every byte, each of which ends before the next packet is due, or one byte after that.
 TEST(Framing, is_linear_in_hostile_bytes) {
-  for (const size_t syncs : {4, 5, 256}) {
+  for (const size_t syncs : {size_t{4}, size_t{5}, size_t{256}}) {
     const std::string part = std::string(syncs * 188, '\x47') + std::string(2 * 188, '\0');
     std::string stream;
     while (stream.size() < 8 << 20)
