@@ -22,11 +22,13 @@ bool is_sent(const siginfo_t *info) {
 
 // mmap(2) is a bare system call, and so may be called here.
 bool put_zeros(const siginfo_t *info) {
-  const uintptr_t page = reinterpret_cast<uintptr_t>(info->si_addr) & ~(page_size - 1);
+  auto *const begin = static_cast<uint8_t *>(info->si_addr);
+  const auto address = reinterpret_cast<uintptr_t>(begin), in_page = address & (page_size - 1),
+             page = address - in_page;
   if (is_sent(info) || page < watched_begin || page >= watched_end)
     return false;
   hit = 1;
-  return mmap(reinterpret_cast<void *>(page), watched_end - page, PROT_READ,
+  return mmap(begin - in_page, watched_end - page, PROT_READ,
               MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) != MAP_FAILED;
 }
 

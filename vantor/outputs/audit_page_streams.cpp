@@ -139,6 +139,7 @@ void put_pid(html_text &page, const audit_pid &p, const std::string &programs, d
 // Those that a table lists come first, then those with most packets.
 std::vector<const pid_row *> pids_worth_a_row(const std::vector<pid_row> &rows) {
   std::vector<const pid_row *> order;
+  order.reserve(rows.size());
   for (const pid_row &row : rows)
     order.push_back(&row);
   const auto rank = [](const pid_row *row) {
