@@ -10,6 +10,7 @@ import signal
 import sys
 import time
 
+import folders
 import judge
 import rows as all_rows
 import run
@@ -125,7 +126,7 @@ def lock(output):
 def prepare(options):
     """Returns captures, troubles and the lock; leaves list and options in the output directory."""
     kept = f"{options.output}/options"
-    os.makedirs(options.output, exist_ok=True)
+    os.makedirs(f"{options.output}/rows", exist_ok=True)
     lock_fd = lock(options.output)
     earlier = all_rows.captures_in(options.output)
     if earlier and not options.resume:
@@ -136,20 +137,21 @@ def prepare(options):
         sys.exit(f"korva-archive: the run in {shown(options.output)} has other options for korva")
     captures, troubles = sources.find(options, earlier)
     settings["run"] = f"{time.time_ns()}"
-    table.write_whole(kept, [json.dumps(settings).encode()])
+    folders.write_whole(kept, [json.dumps(settings).encode()])
     write_list(options, captures)
     return captures, troubles, lock_fd
 
 
 def write_list(options, captures):
-    table.write_whole(f"{options.output}/list", (os.fsencode(capture) + b"\0" for capture in captures))
+    folders.write_whole(f"{options.output}/list", (os.fsencode(capture) + b"\0" for capture in captures))
 
 
 def check_captures(options, captures, lock_fd):
     """Rows of all captures, and what of them is known since when; None when stopped."""
     known = all_rows.Known()
+    kept = all_rows.kept_rows(options.output) if options.resume else {}
     for capture in captures:
-        known.add(options.output, capture, options.resume)
+        known.add(capture, kept.get(capture), options.resume)
     rows = run.run(options, known.sizes, lock_fd) if known.sizes else {}
     if rows is None:
         return None
@@ -157,14 +159,16 @@ def check_captures(options, captures, lock_fd):
         known.rows[capture] = rows.get(capture) or judge.empty_row(capture, "not checked", "no host could do it")
     for capture, row in known.rows.items():
         row["since"] = known.since.get(capture, "")
-    write_list(options, [capture for capture in captures if known.rows[capture]["result"] != "gone"])
+    there = [capture for capture in captures if known.rows[capture]["result"] != "gone"]
+    write_list(options, there)
+    all_rows.keep_rows(options.output, (known.rows[capture] for capture in there))
     return known
 
 
 def writers_of(options, rows, totals):
     """What makes the files, and what it takes."""
     yield table.write_csv, f"{options.output}/table.csv", rows, options.is_audit
-    yield table.write_whole, f"{options.output}/findings.jsonl", table.findings_lines(options.output, rows)
+    yield folders.write_whole, f"{options.output}/findings.jsonl", table.findings_lines(options.output, rows)
     if options.report:
         import page
         yield page.write_page, options, rows, totals

@@ -14,11 +14,10 @@ LISTED = 20  # findings of a capture, one by one
 
 def captures_of(output):
     """Rows by capture."""
-    names = all_rows.captures_in(output)
-    if not names:
+    rows = all_rows.kept_rows(output)
+    if not rows:
         sys.exit(f"korva-archive: {shown(output)} holds no run")
-    rows = {name: all_rows.kept_row(output, name) for name in names}
-    return {name: row for name, row in rows.items() if row}
+    return rows
 
 
 def below_common(rows):

@@ -9,6 +9,8 @@ FOLDER = os.O_PATH | os.O_DIRECTORY | os.O_CLOEXEC
 def open_folder(path, create=False):
     """A descriptor to look things up by; a path beyond the system's limit is walked step by step."""
     try:
+        if create:
+            make_folder(path)
         return os.open(path, FOLDER)
     except OSError as error:
         if error.errno != errno.ENAMETOOLONG and not (create and error.errno == errno.ENOENT):
@@ -25,7 +27,7 @@ def open_folder(path, create=False):
     return fd
 
 
-def make_folder(name, dir_fd):
+def make_folder(name, dir_fd=None):
     try:
         os.mkdir(name, dir_fd=dir_fd)
     except FileExistsError:
@@ -58,3 +60,13 @@ def status_of(path):
         return os.stat(name, dir_fd=fd)
     finally:
         os.close(fd)
+
+
+def write_whole(path, lines):
+    """Replaces the file at once, so that a reader or a killed run has the old one or the new one."""
+    try:
+        with open(f"{path}.new", "wb") as file:
+            file.writelines(lines)
+    except OSError as error:
+        raise OSError(error.errno, error.strerror, path) from None
+    os.replace(f"{path}.new", path)

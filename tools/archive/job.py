@@ -1,7 +1,7 @@
 """Runs korva on the captures of one batch, on whichever host: job.py BATCH, in the program folder.
 
-It keeps what each run says in files/PATH and writes its row on a line to standard output. It is
-copied into the folder of the results, where each host sees it, and needs nothing but Python.
+It keeps what each run says in files/PATH and writes its row to a file in rows and, on a line, to
+standard output. It is copied into the folder of the results, where each host sees it, and needs nothing but Python.
 """
 
 import contextlib
@@ -20,9 +20,11 @@ import judge
 OUTPUT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 # Logs, records and page of a capture take 64 MiB at most: 12 from the front, 4 from the end of each.
 FRONT, END = 12 << 20, 4 << 20
+PIPE = 64 << 10  # bytes that a pipe holds
+PAUSE_MS = 10
+DETAIL = 300  # characters
 TAG = 63  # bytes that korva keeps of a source tag
 LOGS = ("korva.alerts", "korva.report", "korva.jsonl", "korva.html")
-RESULT = "korva.result"
 ENVIRONMENT = dict(os.environb)
 running = None  # korva's process
 
@@ -35,15 +37,19 @@ class Log:
         self.is_json = name.endswith(".jsonl")
         self.room, self.end, self.cut = FRONT, bytearray(), 0
         self.read_end, self.write_end = os.pipe()
+        os.set_blocking(self.read_end, False)
 
     def __enter__(self):
         return self
 
     def take(self):
-        """Returns false when nothing comes any more."""
-        data = os.read(self.read_end, 1 << 18)
+        """Returns how many bytes there were."""
+        try:
+            data = os.read(self.read_end, PIPE)
+        except BlockingIOError:
+            return 0
         self.write(data)
-        return len(data) > 0
+        return len(data)
 
     def write(self, data):
         if self.room > 0 and len(data) <= self.room:
@@ -104,16 +110,19 @@ def start(options, path, logs):
             os.close(log.write_end)
 
 
-def keep_outputs(logs):
-    waiting = {log.read_end: log for log in logs}
-    pipes = select.poll()
-    for fd in waiting:
-        pipes.register(fd, select.POLLIN)
-    while waiting:
-        for fd, _ in pipes.poll():
-            if not waiting[fd].take():
-                pipes.unregister(fd)
-                del waiting[fd]
+def keep_outputs(logs, process):
+    """Until korva has ended. It is left in peace as long as it says little: each line would wake us."""
+    end = select.poll()
+    end.register(process_fd := os.pidfd_open(process), select.POLLIN)
+    try:
+        pause_ms = PAUSE_MS
+        while not end.poll(pause_ms):
+            most = max(log.take() for log in logs)
+            pause_ms = PAUSE_MS if most < PIPE // 4 else 0
+    finally:
+        os.close(process_fd)
+    while any([log.take() for log in logs]):
+        pass
 
 
 def run_korva(options, path, folder_fd):
@@ -124,7 +133,7 @@ def run_korva(options, path, folder_fd):
         logs = [stack.enter_context(Log(name, folder_fd)) for name in names]
         running = start(options, path, logs)
         try:
-            keep_outputs(logs)
+            keep_outputs(logs, running)
         except OSError:  # no room for them
             os.kill(running, signal.SIGKILL)
             raise
@@ -144,12 +153,12 @@ def check(options, path, folder_fd):
     try:
         go_to(capture_folder or "/")
     except OSError as error:
-        return judge.empty_row(path, "unreadable", error.strerror)
+        return without_run(path, folder_fd, "unreadable", error.strerror)
     size, mtime = None, None
     try:
         found = os.stat(name)
         if not stat.S_ISREG(found.st_mode):
-            return judge.empty_row(path, "skipped", f"{what_is(found.st_mode)}, no regular file")
+            return without_run(path, folder_fd, "skipped", f"{what_is(found.st_mode)}, no regular file")
         size, mtime = found.st_size, found.st_mtime_ns
     except OSError:
         pass  # korva says why it cannot be opened
@@ -160,7 +169,7 @@ def check(options, path, folder_fd):
     notes = [row["detail"], cut and f"{cut / 1e6:.1f} MB of logs left out",
              mtime and is_changed(name, size, mtime) and "changed while it was checked"]
     return {**row, "size": size, "mtime": mtime, "seconds": round(seconds, 3),
-            "detail": "; ".join(filter(None, notes))}
+            "detail": "; ".join(filter(None, notes))[:DETAIL]}
 
 
 def go_to(folder):
@@ -180,45 +189,64 @@ def is_changed(name, size, mtime):
 
 
 def forget(folder_fd):
-    for name in (RESULT, *LOGS):
+    """What an earlier run has left."""
+    for name in LOGS:
         try:
             os.unlink(name, dir_fd=folder_fd)
         except FileNotFoundError:
             pass
 
 
-def row_in(folder_fd):
-    """The row that is kept there, or nothing."""
-    try:
-        with open(RESULT, "rb", opener=folders.open_beside(folder_fd)) as file:
-            return json.loads(file.read())
-    except (FileNotFoundError, ValueError):  # never begun, or killed before the line was whole
-        return {}
+def without_run(path, folder_fd, result, detail):
+    forget(folder_fd)
+    return judge.empty_row(path, result, detail)
 
 
 def do_capture(options, path):
-    """Returns the row; it is kept last and makes the capture a checked one."""
-    row, folder_fd = None, None
     try:
         folder_fd = folders.open_folder(OUTPUT + "/files" + path, create=True)
-        earlier = row_in(folder_fd)
-        if earlier.get("run") == options["run"] and earlier["result"] != "not checked":
-            return earlier  # another host had got that far with this batch
-        forget(folder_fd)
-        try:
-            row = check(options, path, folder_fd)
-        except OSError as error:
-            cause = f"cannot run {options['korva'][0]}: " if error.filename == options["korva"][0] else ""
-            row = judge.empty_row(path, "not checked", cause + error.strerror)
-        row.update(run=options["run"], host=os.uname().nodename, detail=row["detail"][:300])
-        with open(RESULT, "w", opener=folders.open_beside(folder_fd)) as file:
-            file.write(json.dumps(row))
     except OSError as error:
-        row = judge.empty_row(path, "not checked", f"no room for its results: {error.strerror}")
+        return judge.empty_row(path, "not checked", f"no room for its results: {error.strerror}")
+    try:
+        return check(options, path, folder_fd)
+    except OSError as error:
+        cause = f"cannot run {options['korva'][0]}: " if error.filename == options["korva"][0] else ""
+        return judge.empty_row(path, "not checked", cause + error.strerror)
     finally:
-        if folder_fd is not None:
-            os.close(folder_fd)
-    return row
+        os.close(folder_fd)
+
+
+def rows_in(lines):
+    """Without the line at which a job was killed."""
+    for line in lines:
+        try:
+            yield json.loads(line)
+        except ValueError:
+            continue
+
+
+def done_elsewhere(batch_rows):
+    """Rows by path of a host that had begun with this batch."""
+    rows = {}
+    for name in os.listdir(f"{OUTPUT}/rows"):
+        if name.startswith(batch_rows):
+            with open(f"{OUTPUT}/rows/{name}", "rb") as lines:
+                rows.update((row["file"], row) for row in rows_in(lines) if row["result"] != "not checked")
+    return rows
+
+
+def do_batch(options, batch, name):
+    """Returns whether all captures could be checked. What is in a row is done."""
+    host, done = os.uname().nodename, True
+    earlier = done_elsewhere(name)
+    with open(f"{OUTPUT}/rows/{name}{host}.{os.getpid()}", "ab", buffering=0) as rows:
+        for path in batch:
+            row = earlier.get(path) or {**do_capture(options, path), "host": host}
+            done &= row["result"] != "not checked"
+            line = json.dumps(row)
+            rows.write(line.encode() + b"\n")
+            print(line, flush=True)
+    return done
 
 
 def stop(number, _):
@@ -233,14 +261,10 @@ def main():
         signal.signal(number, stop)
     with open(f"{OUTPUT}/options") as file:
         options = json.load(file)
-    with open(f"{OUTPUT}/batches/{sys.argv[1]}") as file:
+    number = sys.argv[1]
+    with open(f"{OUTPUT}/batches/{number}") as file:
         batch = json.load(file)
-    done = True
-    for path in batch:
-        row = do_capture(options, path)
-        done &= row["result"] != "not checked"
-        print(json.dumps(row), flush=True)
-    return 0 if done else 1
+    return 0 if do_batch(options, batch, f"{options['run']}.{number}.") else 1
 
 
 if __name__ == "__main__":
@@ -248,3 +272,5 @@ if __name__ == "__main__":
         sys.exit(main())
     except BrokenPipeError:  # nobody waits for the rows any more
         os._exit(1)
+    except OSError as error:
+        sys.exit(f"no room for results: {error.strerror}")

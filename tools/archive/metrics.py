@@ -2,9 +2,9 @@
 
 import time
 
+import folders
 import judge
 import rows as all_rows
-import table
 from text import shown
 
 RESULTS = [*judge.WORST, "alerts", "fail", "truncated", judge.CLEAN]
@@ -42,4 +42,4 @@ def metrics_lines(rows, totals):
 
 
 def write_metrics(path, rows, totals):
-    table.write_whole(path, (line.encode() for line in metrics_lines(rows, totals)))
+    folders.write_whole(path, (line.encode() for line in metrics_lines(rows, totals)))

@@ -9,7 +9,6 @@ import urllib.parse
 import folders
 import judge
 import rows as all_rows
-import table
 from text import indicators_text, shown, size_text, time_text
 
 HEADS = (("Result", ""), ("Capture", ""), ("Alerts", "n"), ("Found", ""), ("When", ""), ("Length", "n"),
@@ -139,4 +138,4 @@ def page_parts(options, rows, totals):
 
 def write_page(options, rows, totals):
     parts = page_parts(options, rows, totals)
-    table.write_whole(f"{options.output}/index.html", (part.encode() for part in parts))
+    folders.write_whole(f"{options.output}/index.html", (part.encode() for part in parts))

@@ -21,13 +21,31 @@ def captures_in(output):
         return []
 
 
-def kept_row(output, capture):
-    """The row of an earlier run, or nothing."""
+def journals_in(output):
+    """What jobs have written, the oldest run first."""
     try:
-        with folders.open_below(f"{output}/files{capture}", job.RESULT) as file:
-            return json.loads(file.read())
-    except (OSError, ValueError):  # never checked, or killed in the middle
-        return None
+        return [f"{output}/rows/{name}" for name in sorted(os.listdir(f"{output}/rows"))]
+    except FileNotFoundError:
+        return []
+
+
+def kept_rows(output):
+    """Rows by capture of earlier runs; the last one of a capture holds."""
+    rows = {}
+    for path in (f"{output}/rows.jsonl", *journals_in(output)):
+        try:
+            with open(path, "rb") as lines:
+                rows.update((row["file"], row) for row in job.rows_in(lines))
+        except FileNotFoundError:
+            continue
+    return rows
+
+
+def keep_rows(output, rows):
+    """In place of what the jobs have written."""
+    folders.write_whole(f"{output}/rows.jsonl", (json.dumps(row).encode() + b"\n" for row in rows))
+    for path in journals_in(output):
+        os.unlink(path)
 
 
 def since(row, size, mtime):
@@ -45,9 +63,8 @@ class Known:
     def __init__(self):
         self.rows, self.sizes, self.since = {}, {}, {}
 
-    def add(self, output, capture, is_resumed):
+    def add(self, capture, row, is_resumed):
         size, mtime = state_of(capture)
-        row = kept_row(output, capture) if is_resumed else None
         became = since(row, size, mtime) if row else "new"
         if became == "gone":
             self.rows[capture] = judge.empty_row(capture, "gone", f"{size_text(row['size'])} when it was checked")

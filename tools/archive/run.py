@@ -15,21 +15,21 @@ from text import shown, size_text, time_text
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 MODULES = ("job.py", "judge.py", "folders.py")  # what runs on each host
-BATCH = 100  # captures
+BATCH = 150  # captures
 BATCH_BYTES = 256 << 20
 
 
-def batches_of(sizes, cores):
-    """Largest captures first, so that no long one is begun last."""
-    most = max(1, min(BATCH, -(-len(sizes) // (2 * cores))))
-    batches, room, left = [], 0, 0
-    for path, size in sorted(sizes.items(), key=lambda item: -item[1]):
-        if left == 0 or size > room:
-            batches.append([])
-            room, left = BATCH_BYTES, most
-        batches[-1].append(path)
-        room, left = room - size, left - 1
-    return batches
+def jobs_at_a_time(options, hosts):
+    if options.jobs and options.jobs.isdigit():
+        return int(options.jobs) * len(hosts)
+    return sum(host.cores for host in hosts)
+
+
+def batches_of(sizes, jobs):
+    """Dealt out by size, largest captures first, so that no long one is begun last."""
+    paths = sorted(sizes, key=sizes.get, reverse=True)
+    batches = max(jobs, len(paths) // BATCH, sum(sizes.values()) // BATCH_BYTES)
+    return [paths[first::batches] for first in range(min(batches, len(paths)))]
 
 
 def prepare(options, batches):
@@ -146,7 +146,7 @@ def run(options, sizes, lock_fd):
     hosts = all_hosts.find_hosts(options)
     if not hosts:
         sys.exit("korva-archive: there is no host to run on")
-    batches = batches_of(sizes, sum(host.cores for host in hosts))
+    batches = batches_of(sizes, jobs_at_a_time(options, hosts))
     prepare(options, batches)
     engine = start(options, hosts, batches, lock_fd)
     stopped = stop_on_signals(engine)

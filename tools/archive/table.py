@@ -3,7 +3,6 @@
 import collections
 import csv
 import json
-import os
 
 import folders
 import job
@@ -25,16 +24,6 @@ AFTER = ["size", "duration", "bitrate", "seconds", "host", "since", "file", "det
 NO_FAULT = {"not checked", "failed"}
 ALIKE = 5  # rows with one cause that are shown
 WIDTH = 60  # of a path, before what follows is moved to the right
-
-
-def write_whole(path, lines):
-    """Replaces the file at once, so that a reader or a killed run has the old one or the new one."""
-    try:
-        with open(f"{path}.new", "wb") as file:
-            file.writelines(lines)
-    except OSError as error:
-        raise OSError(error.errno, error.strerror, path) from None
-    os.replace(f"{path}.new", path)
 
 
 def cell(value):
@@ -66,7 +55,7 @@ class Lines(list):
 def write_csv(path, rows, is_audit):
     lines = Lines()
     csv.writer(lines).writerows(csv_lines(rows, is_audit))
-    write_whole(path, lines)
+    folders.write_whole(path, lines)
 
 
 def findings_of(output, row):
