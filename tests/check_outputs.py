@@ -62,11 +62,11 @@ def pes(pid, counter, pts, dts=None, pcr=None):
 
 def constant_stream(packets):
     """A packet each millisecond, so that its number tells its time: the first PCR is in packet 11.
-    Counters break; clocks are high; audio is up to 150 ms late; one stream has DTS beside PTS; the
+    Counters break; clocks wrap; audio is up to 150 ms late; one stream has DTS beside PTS; the
     second program's clock leaps, and its audio twice goes far astray."""
     stream = {1: PAT, 2: PMTS[0], 3: PMTS[1]}
     for n in range(11, packets + 1, 40):
-        clock, i = 90 * n - 30_000_000, n // 40
+        clock, i = 90 * n - 135_000, n // 40
         stream[n] = pes(257, i, clock + 90 * 300, clock + 90 * (300 - n % 7), clock)
         leap, astray = 900_000 * (n > 2000), {51: -9_000_000, 81: 9_000_000}.get(i, 0)
         stream[n + 20] = pes(513, i, *(leap + clock + at for at in (27_000, 26_955, 1800)))
@@ -80,7 +80,7 @@ class Expected:
     """What is to be measured in such a stream, and when."""
 
     def __init__(self, data):
-        self.samples = []  # (program, PID, measure, time, ms)
+        self.samples = []  # (program, PID, measure, time, ms, ms as the checks have it)
         self.breaks = []  # (packet, PID, time)
         self.counts, self.start = collections.Counter(), None
         self.pcr, self.stamps, self.cc = {}, {}, {}
@@ -90,8 +90,11 @@ class Expected:
             if pid in OWNER:
                 self.packet(at // 188 + 1, pid, OWNER[pid], p)
 
-    def take(self, program, pid, kind, number, ticks):
-        self.samples.append((program, pid, kind, number - self.start, int(ticks / 90)))
+    def take(self, program, pid, kind, number, to, since):
+        signed = (to - since + 2**32) % 2**33 - 2**32
+        checked = signed if kind == PCR else abs(to - since)  # which the wrap does not end
+        self.samples.append(
+            (program, pid, kind, number - self.start, int(signed / 90), checked // 90))
 
     def packet(self, number, pid, program, p):
         self.counts[pid] += 1
@@ -100,7 +103,7 @@ class Expected:
             self.start = self.start or number
             pcr = int.from_bytes(p[6:11], "big") >> 7
             if program in self.pcr:
-                self.take(program, pid, PCR, number, (pcr - self.pcr[program]) % 2**33)
+                self.take(program, pid, PCR, number, pcr, self.pcr[program])
             self.pcr[program] = pcr
         if self.cc.get(pid, p[3] - 1 & 15) != p[3] - 1 & 15:
             self.breaks.append((number, pid, number - self.start))
@@ -112,14 +115,11 @@ class Expected:
                 self.stamp(program, pid, is_dts, number, now)
 
     def stamp(self, program, pid, is_dts, number, now):
-        def signed(ticks):
-            return (ticks + 2**32) % 2**33 - 2**32
-
         self.stamps[pid, is_dts] = now
         if pid != VIDEO[program]:
-            self.take(program, pid, PTS_TO_PCR + is_dts, number, signed(now - self.pcr[program]))
+            self.take(program, pid, PTS_TO_PCR + is_dts, number, now, self.pcr[program])
             video = self.stamps[VIDEO[program], is_dts]
-            self.take(program, pid, PTS_SKEW + is_dts, number, signed(now - video))
+            self.take(program, pid, PTS_SKEW + is_dts, number, now, video)
 
 
 def levels(values, sign=""):
@@ -221,10 +221,10 @@ class Outputs(unittest.TestCase):
         self.assertEqual(program["packets"], {
             "processed": total, "analyzed": total,
             "video": video, "audio": total - video, "other": 0})
-        measures = [(*item, abs) for item in CHECKED.items()]
-        measures += [(name, (kind,), int) for kind, name in enumerate(SIGNED, 1)]
-        for name, kinds, sign in measures:
-            ms = [sign(s[4]) for s in samples if s[2] in kinds]
+        measures = [(*item, 5) for item in CHECKED.items()]
+        measures += [(name, (kind,), 4) for kind, name in enumerate(SIGNED, 1)]
+        for name, kinds, field in measures:
+            ms = [s[field] for s in samples if s[2] in kinds]
             self.assertEqual(program["measures"][name], {
                 "limit_ms": limits[(kinds[0] + 1) // 2], "count": len(ms), "total_ms": sum(ms),
                 "min_ms": min(ms, default=None), "avg_ms": sum(ms) / len(ms) if ms else None,
@@ -235,7 +235,7 @@ class Outputs(unittest.TestCase):
         plotted, buckets = (int(pid), int(kind)), collections.defaultdict(list)
         hi, step = -int(top), int(step)
         lo, mark = hi - int(height), int(height) / 12
-        for _, _, _, at, ms in (s for s in want.samples if s[1:3] == plotted):
+        for _, _, _, at, ms, _ in (s for s in want.samples if s[1:3] == plotted):
             buckets[at // int(width)].append(ms)
         self.assertEqual((area, line), band(buckets))
         marks = [f"M{i}.5 {-hi}v{mark:.2f}" for i, ms in sorted(buckets.items()) if max(ms) > hi]
@@ -318,11 +318,13 @@ class Outputs(unittest.TestCase):
             (PAT * 2, 3, "PAT, but no PMT", 0, None),
             (PAT + changed(PMTS[0], 3, PMTS[0][3] | 0x80, *b"\xff" * 50), 3, "scrambled PMT", 0, None),
             (PAT + other, 3, "only streams of types that are not followed: 0x05 0x86", 0, None),
+            (PAT + PMTS[0][:4] + b"\1" + PMTS[0][4:187], 3,
+             "PMT behind a pointer_field that is not 0, which korva does not read", 0, None),
             (PAT + PMTS[0], 3, "no packet of a stream that the PMT lists", 0, None),
             (in_204, 2, "packets of 204 bytes?", 99 * 204 + 16, (204, 204)),
             (in_192, 2, "packets of 192 bytes?", 100 * 192, (192, 4)),
             (bytes(188), 2, "no packets of 188 bytes", 188, None),
-            (DAMAGED[:18800] + b"cut" + DAMAGED[18800:], 2, None, len(DAMAGED) - 18797, (188, 18803)),
+            (DAMAGED[:18800] + b"-G-" + DAMAGED[18800:], 2, None, len(DAMAGED) - 18797, (188, 18803)),
         ):
             pathlib.Path("x.ts").write_bytes(data)
             for kinds in ("", "=PAT-DIFF,NOT-CHECKED"):
@@ -418,6 +420,8 @@ class Outputs(unittest.TestCase):
         with subprocess.Popen([PROGRAM, "--json=fifo", *self.both[2:], "damaged.ts"],
                               stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL):
             self.assertEqual(pathlib.Path("fifo").read_bytes(), whole)
+        self.assertEqual(self.korva("--json=jsonl", "--report=/dev/full", "clean.ts").returncode, 2)
+        self.assertEqual(self.records()[-1]["status"], 2)
         # Full is a disk when a file can have no more bytes.
         full = dict(preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (8000, 8000)))
         for path in ("jsonl", "html"):
