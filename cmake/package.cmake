@@ -1,5 +1,5 @@
 # What an installation holds of the program, and the Debian packages made of all (cpack -G DEB): korva,
-# libkorva0 and libkorva-dev.
+# libkorva0.1 and libkorva-dev.
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME program)
 
 install(TARGETS korva RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
@@ -40,7 +40,7 @@ set(CPACK_DEBIAN_PROGRAM_PACKAGE_NAME korva)
 set(CPACK_DEBIAN_PROGRAM_PACKAGE_SUGGESTS "parallel, python3")
 if(TARGET korva_shared)
   list(APPEND CPACK_COMPONENTS_ALL library development)
-  set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME libkorva0)
+  set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME ${package_of_library})
   set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
   set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
   # The trigger stands for scripts that call ldconfig. CPack would write these, had it not names of
@@ -51,7 +51,7 @@ if(TARGET korva_shared)
   set(CPACK_COMPONENT_LIBRARY_DESCRIPTION "The analyzer as a shared library.")
   set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libkorva-dev)
   set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
-  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libkorva0 (= ${PROJECT_VERSION}), libconfig-dev")
+  set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "${package_of_library} (= ${PROJECT_VERSION}), libconfig-dev")
   set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "Headers and static library of the analyzer.")
 endif()
 include(CPack)

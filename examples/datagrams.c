@@ -37,10 +37,9 @@ int main(int argc, char **argv) {
     perror(argv[1]);
     return 1;
   }
-  const n64_tag group = {.sym8 = "DGRAM"};
-  log_default(g_log, stderr);
-  log_set_group(g_log, group);
-  log_default(g_access_log, stdout);
+  korva_log_default(korva_log(), stderr);
+  korva_log_set_group(korva_log(), "DGRAM");
+  korva_log_default(korva_access_log(), stdout);
 
   tsan_config cfg;
   tsan_default_config(&cfg);

@@ -85,7 +85,7 @@ def show(lib, ctx):
 
 
 def main():
-    lib = load(sys.argv[2] if len(sys.argv) > 2 else "libkorva.so.0")
+    lib = load(sys.argv[2] if len(sys.argv) > 2 else "libkorva.so.0.1")
     ctx = analyze(lib, sys.argv[1])
     show(lib, ctx)
     lib.tsan_free(ctx)

@@ -24,12 +24,13 @@ RULES = {
     "vantor/misc": ["libtollum/include"],
     "common": ["libtollum/include"],
     "libtollum": [],
+    "libkorva": ["libtollum/include"],
 }
-INCLUDE_DIRS = ["vantor", "libtollum/include", "common"]
+INCLUDE_DIRS = ["vantor", "libtollum/include", "common", "libkorva/include"]
 PSI_FILES = {f"vantor/tsanalyze/{name}.cpp" for name in ("section", "pat", "pmt")} | {
     "vantor/audit/sections.cpp"}
 PUBLIC = {
-    "vantor/tsanalyze/tsan.h", "vantor/tsanalyze/readout.h", "libtollum/include/log/api.h"}
+    "vantor/tsanalyze/tsan.h", "vantor/tsanalyze/readout.h", "libkorva/include/korva/log.h"}
 INCLUDE = re.compile(r'^\s*#\s*include\s*["<]([^">]+)[">]')
 
 

@@ -39,12 +39,12 @@ def check(ok, what):
 
 
 run("cmake", "--install", build, "--prefix", prefix)
-library = next(prefix.glob("**/libkorva.so.0"))
+library = next(prefix.glob("**/libkorva.so.0.1"))
 headers = sorted((prefix / "include/korva").iterdir())
 os.environ.update(TZ="UTC", PKG_CONFIG_PATH=str(library.parent / "pkgconfig"))
 
 # Each header alone, in both languages.
-check([h.name for h in headers] == ["log.h", "readout.h", "tsan.h"], "installed headers")
+check([h.name for h in headers] == ["log.h", "readout.h", "tsan.h", "version.h"], "installed headers")
 for header in headers:
     for compiler, language, standard in ("cc", "c", "c11"), ("c++", "c++", "c++20"):
         run(compiler, "-x", language, f"-std={standard}", *STRICT, "-fsyntax-only", "-I",
@@ -52,8 +52,11 @@ for header in headers:
 
 # Exported is what the list has, and each name stands behind a comment that documents it.
 names = (root / "tests/embed/exports.txt").read_text().split()
-symbols = run("nm", "-D", "--defined-only", library).stdout.split()[2::3]
-check(sorted(names) == sorted(symbols), f"exports differ in {set(names) ^ set(symbols)}")
+static = library.parent / "libkorva.a"
+for command in ("nm", "-D", library), ("nm", "-g", static):
+    symbols = re.findall(r"^[0-9a-f]+ \S (\S+)$", run(*command, "--defined-only").stdout, re.M)
+    check(sorted(names) == sorted(symbols), f"{command}: differ in {set(names) ^ set(symbols)}")
+check(all(re.match("(tsan|korva|audit)_", name) for name in names), "a name is not the library's")
 manual = "\n".join(h.read_text() for h in headers)
 for name in names:
     documented = rf"\*/\n(KORVA_API[^;]*;\n)*KORVA_API[^;]*\b{name}\b"
@@ -71,6 +74,14 @@ for link in [], ["--static"]:
     check(masked(said.stderr) == masked(expected.stderr), "report differs")
     check(masked(said.stdout) + "\n" == masked(expected.stdout), "terse lines differ")
     check("tsan_stats END" in said.stderr and said.stdout.count("ALERT") == 4, "no report")
+
+# A program with names of its own that the library uses inside, in both languages.
+for compiler, language in ("cc", ["-std=c11"]), ("c++", ["-x", "c++", "-std=c++20"]):
+    for link in [], ["--static"]:
+        flags = shlex.split(run("pkg-config", "--cflags", "--libs", *link, "korva").stdout)
+        run(compiler, *language, *STRICT, root / "tests/embed/host.c", "-x", "none", "-o", "host",
+            *flags, *[l[1:] for l in link])
+        run("./host", "damaged.ts", env={**os.environ, "LD_LIBRARY_PATH": str(library.parent)})
 
 # The examples, built with the CMake package. A lost datagram hits two streams alike.
 run("cmake", "-S", prefix / "share/doc/korva/examples", "-B", "examples", "-D",

@@ -3,7 +3,7 @@
  *
  *   tsan_config cfg;
  *   tsan_default_config(&cfg);
- *   log_default(g_log, stderr);   // log.h
+ *   korva_log_default(korva_log(), stderr);   // log.h
  *   int err = 0;
  *   tsan_t ctx = tsan_init("channel-7", &cfg, &err);
  *   if (!ctx)
@@ -15,7 +15,7 @@
  *   tsan_free(ctx);
  *
  * Findings go to the application log (human lines) and to the access log (terse lines), each once
- * log_default() has given it a stream, and as records to a read-out (readout.h).
+ * korva_log_default() has given it a stream, and as records to a read-out (readout.h).
  *
  * Threads: a context is used by one thread at a time; several contexts may run in several threads
  * at once. They share nothing but the logs, in which each line is whole. The report, the settings

@@ -1,8 +1,6 @@
 // Severities as tags and syslog priorities.
 #pragma once
 
-#include "log/api.h"
-
 // Tag of a level as it stands in a line ("(ERR)", "(WRN)" ...), "( ? )" when it has none.
 const char *get_level_tag(int level);
 

@@ -1,4 +1,7 @@
-// What a log is made of, and what the suite's own programs need beside the operations of api.h.
+// The two logs: the application log (g_log) takes diagnostics and the human form of alerts, the
+// access log (g_access_log) the terse form of alerts and STAT records. A log without a stream is
+// silent. libkorva/include/korva/log.h tells more: it is the manual of these operations, which
+// other programs reach under names of the library's own.
 #pragma once
 
 #include <sys/types.h>
@@ -9,8 +12,39 @@
 #include <ctime>
 #include <string_view>
 
-#include "log/api.h"
 #include "log/levels.h"
+
+// Severity of a line; lower is more severe.
+enum log_level {
+  PANIC_level = -4,
+  ERR_level = -3,
+  CRIT_level = -2,
+  WARN_level = -1, // the human form of alerts
+  NORM_level = 0,
+  INFO_level = 1,
+  DEBUG_level = 2,
+  SECTION_level = 64, // above all that is logged
+  MIN_level = -127,   // always passes, carries no level: the terse form of alerts, STAT records
+};
+
+// Time-stamp flags of a log, 0 by default: local time with microseconds.
+enum {
+  f_REALTIME_TIMER = 0,    // time of day ...
+  f_MONOTONIC_TIMER = 1,   // ... or time since the machine's start
+  f_TIMER_ID = 3,          // mask of the two; 2 and 3 are no clocks and cost the line its text
+  f_FMT_SECONDS = 16,      // whole seconds
+  f_NO_TIME = 256,         // neither time nor process ID
+  f_GMT_TIME = 512,        // UTC (the name of the local zone stays)
+  f_RAW_TIME = 1024,       // "seconds.microseconds"
+  f_BAD_TIME = 1073741824, // an unknown word in settings; not to be set
+};
+
+// Group of a log, shown in its lines: at most 7 characters. The last byte must be 0, or the first
+// line ends the process through an assertion. All zeros: no group.
+union n64_tag {
+  char sym8[8];
+  uint64_t num64;
+};
 
 // Tag made of the first 7 characters of `text`.
 n64_tag mk_n64_tag(std::string_view text);
@@ -30,6 +64,30 @@ struct log_ctx {
   syslog_cfg syslg;
 };
 
+extern log_ctx *const g_log;
+extern log_ctx *const g_access_log;
+
+// Thresholds by module: 0 is the analyzer, 2 the system calls, 7 the clock arithmetic.
+enum { LL_MAX_MODULES = 128 };
+extern int g_mod_ll[LL_MAX_MODULES];
+
+// Sets the threshold of all modules, which both logs are held against, whichever `ctx` is.
+void log_set_modules(log_ctx *ctx, int level);
+
+void log_default(log_ctx *ctx, FILE *stream);
+void log_mirror(log_ctx *ctx, FILE *stream);
+void log_set_pid(log_ctx *ctx, pid_t pid);
+void log_set_group(log_ctx *ctx, n64_tag tag);
+void log_timefmt(log_ctx *ctx, uint32_t flags);
+void log_close(log_ctx *ctx);
+
+// Sends lines of negative levels to syslog(3) as well; `ident` must last as long as the log.
+void config_syslog(log_ctx *ctx, const char *ident, int option, int facility);
+void disable_syslog(log_ctx *ctx);
+
+// syslog facility named "user" (any case) or "local0" to "local7"; -1 for any other text.
+int str2fac(const char *text);
+
 FILE *log_fp(const log_ctx *ctx);
 
 // Keeps the stream of a log and its mirror for the calling thread, for a line or a block of lines.
@@ -44,6 +102,3 @@ public:
 private:
   FILE *first, *second; // or null
 };
-
-// Ends what config_syslog() began.
-void disable_syslog(log_ctx *ctx);

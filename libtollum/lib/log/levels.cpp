@@ -2,6 +2,8 @@
 
 #include <syslog.h>
 
+#include "log/log.h"
+
 namespace {
 
 struct level_row {
