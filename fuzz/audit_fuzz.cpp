@@ -91,13 +91,16 @@ void read_bytes(audit_t audit, std::span<const uint8_t> bytes, listener &to) {
   bool is_over = !packets.start(1);
   while (!is_over) {
     const framing_step step = packets.next(UINT64_MAX);
-    to.packets += step.count;
-    if (step.what == framing_step::PACKETS)
-      audit_packets(audit, step.bytes, step.count, packets.packet_size(), step.offset);
-    else if (step.what == framing_step::BAD_SYNC)
+    size_t count = step.count;
+    if (step.what == framing_step::PACKETS) {
+      count = audit_follow(audit, step.bytes, count, packets.packet_size(), step.offset);
+      packets.took(count);
+    } else if (step.what == framing_step::BAD_SYNC) {
       audit_sync_byte(audit, step.offset);
-    else if (step.what == framing_step::LOSS)
+    } else if (step.what == framing_step::LOSS) {
       audit_sync_loss(audit, step.offset, step.lost_bytes);
+    }
+    to.packets += count;
     is_over = step.what == framing_step::END;
   }
   require(packets.bytes_read() == bytes.size());

@@ -23,8 +23,8 @@ namespace {
 
 enum : uint32_t { PID_NULL = 0x1FFF };
 
-// How many packets ahead the first and the last bytes of one are fetched from memory, and then from
-// the second cache into the first. Not a function: one without effect would be left out.
+// How many packets ahead the first bytes of one are fetched from memory, and then from the second
+// cache into the first. Not a function: one without effect would be left out.
 enum : size_t { FETCH_FAR = 64, FETCH_NEAR = 8 };
 
 // The adaptation field (ISO/IEC 13818-1, 2.4.3.4), as far as it fits its packet.
@@ -43,25 +43,6 @@ adaptation read_adaptation(ts_pkt pkt) {
   return {.payload_at = 5 + length,
           .is_announced = ts_discontinuity(pkt),
           .has_pcr = ts_has_whole_pcr(pkt)};
-}
-
-uint64_t eight_bytes(const uint8_t *bytes) {
-  uint64_t value;
-  memcpy(&value, bytes, sizeof value);
-  return value;
-}
-
-// What a repetition is known by: bytes 1 to 3, the payload's length, its first and last 8 bytes.
-void take_sample(ts_pkt pkt, size_t payload_at, counted_packet &counted) {
-  const size_t size = TS_PKT_SIZE - payload_at;
-  counted.sample = pkt.header << 8 | static_cast<uint32_t>(size);
-  if (size >= 8) [[likely]] {
-    counted.head_bytes = eight_bytes(pkt.bytes + payload_at);
-    counted.tail_bytes = eight_bytes(pkt.bytes + TS_PKT_SIZE - 8);
-  } else {
-    memcpy(&counted.head_bytes, pkt.bytes + payload_at, size);
-    counted.tail_bytes = counted.head_bytes;
-  }
 }
 
 // What is judged when the clock knows the time.
@@ -85,11 +66,23 @@ void take_flagged(audit_ctx &a, pid_state &p, uint32_t pid) {
     take_awaited(a, pid);
 }
 
-void take(audit_ctx &a, ts_pkt pkt, uint64_t offset) {
-  a.offset = a.last_offset = offset;
-  ++a.packet;
-  const uint32_t pid = ts_pid(pkt);
-  pid_state &p = a.pids[pid];
+// Most packets of a listed stream: nothing but payload, and the counter expected.
+bool is_plain(ts_pkt pkt, const pid_state &p) {
+  constexpr uint32_t mask = 0xC000FF, payload_only = 0x10;
+  constexpr uint8_t looked_at = PID_PSI | PID_HOLDS | PID_AWAITED | PID_LISTED;
+  return (pkt.header & mask) == (payload_only | (p.next_cc & 15u)) && p.next_cc != 0 &&
+         (p.flags & looked_at) == PID_LISTED;
+}
+
+void take_plain(audit_ctx &a, pid_state &p, uint32_t pid) {
+  ++p.packets;
+  p.seen = a.packet;
+  take_counter(a, p, p.next_cc & 15);
+  if (p.flags & PID_WATCHED)
+    touch_presence(a, p, pid);
+}
+
+void take(audit_ctx &a, ts_pkt pkt, pid_state &p, uint32_t pid) {
   if (p.packets++ == 0) [[unlikely]]
     a.seen_pids.push_back(static_cast<uint16_t>(pid));
   if (ts_transport_error(pkt)) [[unlikely]]
@@ -118,11 +111,10 @@ void take(audit_ctx &a, ts_pkt pkt, uint64_t offset) {
                             .cc = static_cast<uint8_t>(ts_cc(pkt)),
                             .is_announced = af.is_announced,
                             .has_payload = has_payload};
-  take_sample(pkt, af.payload_at, counted);
   const bool is_expected = ((p.next_cc - !has_payload) & 15) == counted.cc;
   const bool follows = is_expected && !af.is_announced;
   if ((follows && has_payload && !(p.flags & PID_HOLDS)) || p.next_cc == 0) [[likely]]
-    take_counter(p, counted);
+    take_counter(a, p, counted.cc);
   else if (!judge_counter(a, counted))
     return;
 
@@ -166,6 +158,42 @@ template <typename Work> int guarded(audit_t audit, Work work) {
     audit->out_of_memory = true;
     return ENOMEM;
   }
+}
+
+struct run_taken {
+  size_t count;
+  int rc;
+};
+
+run_taken take_run(audit_t audit, const uint8_t *bytes, size_t count, size_t stride,
+                   uint64_t offset, bool to_bad_sync) {
+  run_taken taken = {0, 0};
+  audit->run = {bytes, stride, audit->packet + 1};
+  for (bool is_over = count == 0; !is_over;) {
+    const int rc = guarded(audit, [&](audit_ctx &a) {
+      for (; taken.count < count; end_packet(a)) {
+        const size_t at = stride * taken.count;
+        __builtin_prefetch(bytes + at + FETCH_FAR * stride, 0, 2);
+        __builtin_prefetch(bytes + at + FETCH_NEAR * stride);
+        const ts_pkt pkt = ts_read(bytes + at);
+        if (to_bad_sync && taken.count != 0 && !ts_in_sync(pkt)) [[unlikely]]
+          break;
+        ++taken.count;
+        ++a.packet;
+        a.offset = offset + at;
+        const uint32_t pid = ts_pid(pkt);
+        pid_state &p = a.pids[pid];
+        if (is_plain(pkt, p)) [[likely]]
+          take_plain(a, p, pid);
+        else
+          take(a, pkt, p, pid);
+      }
+      is_over = true;
+    });
+    taken.rc = rc != 0 ? rc : taken.rc;
+  }
+  end_run(*audit);
+  return taken;
 }
 
 void judge_end(audit_ctx &a) {
@@ -218,24 +246,12 @@ int audit_packet(audit_t audit, const uint8_t *bytes, uint64_t offset) {
 
 int audit_packets(audit_t audit, const uint8_t *bytes, size_t count, size_t stride,
                   uint64_t offset) {
-  int result = 0;
-  for (size_t done = 0; done < count;) {
-    const int rc = guarded(audit, [&](audit_ctx &a) {
-      while (done < count) {
-        const size_t at = stride * done++;
-        const uint8_t *far = bytes + at + FETCH_FAR * stride;
-        const uint8_t *near = bytes + at + FETCH_NEAR * stride;
-        __builtin_prefetch(far, 0, 2);
-        __builtin_prefetch(far + TS_PKT_SIZE - 1, 0, 2);
-        __builtin_prefetch(near);
-        __builtin_prefetch(near + TS_PKT_SIZE - 1);
-        take(a, ts_read(bytes + at), offset + at);
-        end_packet(a);
-      }
-    });
-    result = rc != 0 ? rc : result;
-  }
-  return result;
+  return take_run(audit, bytes, count, stride, offset, false).rc;
+}
+
+size_t audit_follow(audit_t audit, const uint8_t *bytes, size_t count, size_t stride,
+                    uint64_t offset) {
+  return take_run(audit, bytes, count, stride, offset, true).count;
 }
 
 int audit_leading(audit_t audit, uint64_t bytes) {
@@ -248,7 +264,7 @@ int audit_leading(audit_t audit, uint64_t bytes) {
 
 int audit_sync_byte(audit_t audit, uint64_t offset) {
   return guarded(audit, [&](audit_ctx &a) {
-    a.offset = a.last_offset = offset;
+    a.offset = offset;
     a.sync_fault = ++a.packet;
     ++a.bad_sync_bytes;
     raise(a, event_here(a, AUDIT_SYNC_BYTE, -1));
@@ -274,7 +290,6 @@ int audit_end(audit_t audit, audit_ending ending) {
   if (std::exchange(audit->has_ended, true))
     return 0;
   audit->ending = ending;
-  audit->offset = audit->last_offset;
   std::ranges::sort(audit->seen_pids);
   const int judged = guarded(audit, judge_end);
   const int closed = guarded(audit, close_all_findings);

@@ -218,6 +218,11 @@ KORVA_API int audit_packet(audit_t audit, const uint8_t *bytes, uint64_t offset)
 KORVA_API int audit_packets(audit_t audit, const uint8_t *bytes, size_t count, size_t stride,
                             uint64_t offset);
 
+/* The same for at most `count` packets, the first of which has its sync byte: stops in front of one
+ * that has none. Returns how many were taken; of memory that was refused the report tells. */
+KORVA_API size_t audit_follow(audit_t audit, const uint8_t *bytes, size_t count, size_t stride,
+                              uint64_t offset);
+
 /* What only a reader of the bytes sees: bytes before the first packet; a packet whose sync byte is
  * wrong while the next one's is right (it counts, nothing in it is used); sync lost at `offset`,
  * until packets go on `lost_bytes` later. Returns as audit_packet(). */

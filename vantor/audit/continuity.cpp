@@ -1,8 +1,10 @@
 #include "audit/continuity.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "audit/findings.h"
+#include "mpegts/packet.h"
 
 namespace {
 
@@ -147,9 +149,40 @@ void judge_without_payload(audit_ctx &a, pid_state &p, const counted_packet &pkt
   p.tei_skipped = 0;
 }
 
-bool is_repetition(const pid_state &p, const counted_packet &pkt) {
-  return pkt.cc == last_cc(p) && pkt.sample == p.sample && pkt.head_bytes == p.head_bytes &&
-         pkt.tail_bytes == p.tail_bytes;
+ts_pkt in_run(const audit_ctx &a, uint64_t packet) {
+  return ts_read(a.run.bytes + (packet - a.run.first) * a.run.stride);
+}
+
+uint64_t eight_bytes(const uint8_t *bytes) {
+  uint64_t value;
+  memcpy(&value, bytes, sizeof value);
+  return value;
+}
+
+packet_sample sample_of(ts_pkt pkt) {
+  const pkt_bytes payload = ts_get_payload(pkt);
+  const size_t size = payload.size();
+  packet_sample sample = {pkt.header << 8 | static_cast<uint32_t>(size), 0, 0};
+  if (size >= 8) {
+    sample.head_bytes = eight_bytes(payload.data());
+    sample.tail_bytes = eight_bytes(payload.data() + size - 8);
+  } else if (size > 0) {
+    memcpy(&sample.head_bytes, payload.data(), size);
+  }
+  return sample;
+}
+
+bool is_repetition(const audit_ctx &a, const pid_state &p, const counted_packet &pkt) {
+  if (pkt.cc != last_cc(p))
+    return false;
+  const packet_sample before =
+      p.counted >= a.run.first ? sample_of(in_run(a, p.counted)) : a.records[pkt.pid].sample;
+  return sample_of(in_run(a, a.packet)) == before;
+}
+
+void keep_sample(audit_ctx &a, uint32_t pid) {
+  if (const uint64_t counted = a.pids[pid].counted; counted >= a.run.first)
+    a.records[pid].sample = sample_of(in_run(a, counted));
 }
 
 // A packet may come twice (2.4.3.3).
@@ -171,7 +204,7 @@ bool judge_counter(audit_ctx &a, const counted_packet &pkt) {
   if (pkt.is_announced) {
     release(a, pkt.pid);
     ++a.records[pkt.pid].announced;
-    take_counter(p, pkt);
+    take_counter(a, p, pkt.cc);
     return true;
   }
   if (!pkt.has_payload) {
@@ -180,13 +213,13 @@ bool judge_counter(audit_ctx &a, const counted_packet &pkt) {
   }
   if (p.flags & PID_HOLDS) {
     if (continues_held(a, p, pkt)) {
-      take_counter(p, pkt);
+      take_counter(a, p, pkt.cc);
       return true;
     }
     release(a, pkt.pid);
   }
   if (pkt.cc != expected_cc(p)) {
-    if (is_repetition(p, pkt)) {
+    if (is_repetition(a, p, pkt)) {
       count_repetition(a, p, pkt);
       return false;
     }
@@ -196,8 +229,19 @@ bool judge_counter(audit_ctx &a, const counted_packet &pkt) {
     else
       lose(a, p, pkt, gap, true);
   }
-  take_counter(p, pkt);
+  take_counter(a, p, pkt.cc);
   return true;
+}
+
+void end_run(audit_ctx &a) {
+  if (a.seen_pids.size() <= a.packet + 1 - a.run.first) {
+    for (const uint16_t pid : a.seen_pids)
+      keep_sample(a, pid);
+  } else {
+    for (uint64_t packet = a.run.first; packet <= a.packet; ++packet)
+      keep_sample(a, ts_pid(in_run(a, packet)));
+  }
+  a.run = {};
 }
 
 void skip_counter(audit_ctx &a, uint32_t pid) {

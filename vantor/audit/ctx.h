@@ -110,17 +110,30 @@ enum pid_flag : uint8_t {
 struct alignas(64) pid_state {
   uint64_t packets;
   uint64_t seen;        // number of its last packet whose counter was looked at
+  uint64_t counted;     // and of the last one whose counter was taken
   uint64_t last_packet; // its last one that counts for presence
   double last_ahead;
-  uint64_t touched;                // count of knots + 1 when that was
-  uint64_t head_bytes, tail_bytes; // of the payload: the sample that duplicates are known by
-  uint32_t sample;                 // bytes 1 to 3 and the payload's length
-  uint8_t next_cc;                 // last counter + 1, 0 = none yet
-  uint8_t duplicates;              // since then
+  uint64_t touched;   // count of knots + 1 when that was
+  uint8_t next_cc;    // last counter + 1, 0 = none yet
+  uint8_t duplicates; // since then
   uint8_t tei_skipped;
   uint8_t flags;
 };
 static_assert(sizeof(pid_state) == 64);
+
+// What a repetition is known by.
+struct packet_sample {
+  uint32_t header;                 // bytes 1 to 3, and the payload's length
+  uint64_t head_bytes, tail_bytes; // the payload's first and last 8 bytes
+  bool operator==(const packet_sample &) const = default;
+};
+
+// Packets that lie in place, from number `first` on.
+struct packet_run {
+  const uint8_t *bytes = nullptr;
+  size_t stride = 0;
+  uint64_t first = UINT64_MAX;
+};
 
 // A loss that may turn out to be packets out of order.
 struct held_loss {
@@ -196,6 +209,7 @@ struct pid_record {
   uint64_t packets_before;      // the current second
   double bitrate_min, bitrate_max;
   uint64_t scrambled, tei, duplicates, explained, announced, lost;
+  packet_sample sample; // of the last packet whose counter was taken, unless that is in the run
   held_loss held;
   uint32_t parked; // findings that wait for the held loss: index + 1 of the first
   watch presence, pts, pcr_watch;
@@ -291,12 +305,12 @@ struct audit_ctx {
   uint64_t packet = 0;       // number of the one at hand, 1-based
   uint64_t skipped = 0;      // packets before the first one
   uint64_t offset = 0;       // of its sync byte
+  packet_run run;            // around it
   uint64_t due = UINT64_MAX; // packet of the next knot without PCR
   uint64_t bad_sync_bytes = 0, sync_losses = 0;
   uint64_t sync_fault = 0; // number of the last packet before the last fault of sync
   uint64_t lost = 0;       // packets, by continuity counters
   uint64_t lost_bytes = 0;
-  uint64_t last_offset = 0;
   stream_clock clock;
   zeroed_array<pid_state, TS_PIDS> pids;
   zeroed_array<pid_record, TS_PIDS> records;

@@ -107,7 +107,7 @@ void judge_last_table(audit_ctx &a, watch &w) {
     return;
   }
   e.packet = a.packet;
-  e.offset = a.last_offset;
+  e.offset = a.offset;
   e.time = now(a);
   e.to_end = true;
   e.never = false;
@@ -121,7 +121,7 @@ void judge_last_presence(audit_ctx &a, watch &w) {
     return;
   event e = gap_event(a, w);
   e.packet = a.packet;
-  e.offset = a.last_offset;
+  e.offset = a.offset;
   e.time = now(a);
   e.value = gap * MS;
   e.to_end = true;

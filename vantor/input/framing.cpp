@@ -11,7 +11,6 @@ enum : size_t {
   SIZE_MOST = 208,
   GRID_SYNCS = 5,   // that make a grid
   SCORE_MOST = 256, // sync bytes that tell which grid is the best one
-  RUN_MOST = 16,    // packets handed out at once: few, so that little is waited for here
   GRID_REACH = (GRID_SYNCS - 1) * SIZE_MOST + 1,
   SCORE_REACH =
       SCORE_MOST * SIZE_MOST, // from the first place of a grid to the last byte of a score
@@ -178,16 +177,10 @@ framing_step framing::next(uint64_t most) {
     return end();
   }
   const std::span bytes = record.subspan(before);
-  const size_t room = (bytes.size() - PACKET) / size + 1;
-  const size_t stop = std::min<uint64_t>({most, room, RUN_MOST});
-  size_t count = 0;
-  while (count < stop && bytes[count * size] == SYNC_BYTE)
-    ++count;
-  if (count == 0)
+  if (bytes[0] != SYNC_BYTE)
     return lose_sync();
-  const framing_step step = {framing_step::PACKETS, bytes.data(), count, place, 0};
-  place += count * size;
-  return step;
+  const size_t room = (bytes.size() - PACKET) / size + 1;
+  return {framing_step::PACKETS, bytes.data(), std::min<uint64_t>(most, room), place, 0};
 }
 
 // The sync byte at `place` is wrong.

@@ -7,7 +7,8 @@
 //   if (!packets.start(1))
 //     return "no packet";
 //   for (framing_step step; (step = packets.next(SIZE_MAX)).what != framing_step::END;)
-//     ...
+//     if (step.what == framing_step::PACKETS)
+//       packets.took(look_at(step));
 #pragma once
 
 #include <cstddef>
@@ -19,7 +20,7 @@
 
 struct framing_step {
   enum step_kind {
-    PACKETS,  // `count` of them, packet_size() apart; `bytes` is the first one's sync byte
+    PACKETS,  // at most `count`, packet_size() apart; `bytes` is the first one's sync byte
     BAD_SYNC, // one packet whose sync byte is wrong while the next one's is right
     LOSS,     // sync lost: `lost_bytes` until packets go on, or to the end
     END,
@@ -41,6 +42,10 @@ public:
 
   // What comes next; of packets at most `most`, which is not 0. Nothing follows an END.
   framing_step next(uint64_t most);
+
+  // How many of those packets were taken: 1 at least, up to the first one whose sync byte is wrong.
+  // Only who reads a packet looks there, so that each is fetched from memory once.
+  void took(size_t count) { place += count * size; }
 
   size_t packet_size() const { return has_grid ? size : 0; }
   uint64_t leading_bytes() const { return leading; } // before its first record

@@ -92,23 +92,19 @@ void on_finding(void *opaque, const audit_finding *f) {
   collect(run, *f);
 }
 
-// Hands over what comes next; false at the end of the capture.
-bool take_step(audit_run &run, const framing_step &step) {
+// Hands over what comes next. Returns how many packets that was.
+size_t take_step(audit_run &run, const framing_step &step) {
   const audit_t audit = run.audit.get();
-  switch (step.what) {
-  case framing_step::PACKETS:
-    audit_packets(audit, step.bytes, step.count, run.packets.packet_size(), step.offset);
-    return true;
-  case framing_step::BAD_SYNC:
+  size_t count = step.count;
+  if (step.what == framing_step::PACKETS) {
+    count = audit_follow(audit, step.bytes, count, run.packets.packet_size(), step.offset);
+    run.packets.took(count);
+  } else if (step.what == framing_step::BAD_SYNC) {
     audit_sync_byte(audit, step.offset);
-    return true;
-  case framing_step::LOSS:
+  } else if (step.what == framing_step::LOSS) {
     audit_sync_loss(audit, step.offset, step.lost_bytes);
-    return true;
-  case framing_step::END:
-    return false;
   }
-  return false;
+  return count;
 }
 
 run_end end_of_reading(const audit_run &run, run_end otherwise) {
@@ -122,9 +118,9 @@ run_end read_packets(audit_run &run) {
   uint64_t left = run.request.max_packets != 0 ? run.request.max_packets : UINT64_MAX;
   while (left != 0 && !g_stop) {
     const framing_step step = run.packets.next(left);
-    if (!take_step(run, step))
+    if (step.what == framing_step::END)
       break;
-    left -= step.count;
+    left -= take_step(run, step);
     run.line.advance(run.packets.bytes_read());
   }
   return left == 0 ? run_end::limit : end_of_reading(run, run_end::complete);
