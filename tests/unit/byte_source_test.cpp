@@ -17,7 +17,7 @@ namespace {
 int read_failing; // with this errno
 
 constexpr uint64_t MB = 1'000'000, SIZE = 7 * MB + 77, LONGEST = 13 * MB;
-constexpr uint64_t LOOK = 256 << 10; // at a time
+constexpr uint64_t LOOK = 2 << 20; // at a time
 
 // What files hold. No byte is 0, as those are that a file has lost.
 const std::vector<uint8_t> content = [] {

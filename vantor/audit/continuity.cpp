@@ -176,13 +176,13 @@ bool is_repetition(const audit_ctx &a, const pid_state &p, const counted_packet 
   if (pkt.cc != last_cc(p))
     return false;
   const packet_sample before =
-      p.counted >= a.run.first ? sample_of(in_run(a, p.counted)) : a.records[pkt.pid].sample;
+      p.counted >= a.run.first ? sample_of(in_run(a, p.counted)) : a.samples[pkt.pid];
   return sample_of(in_run(a, a.packet)) == before;
 }
 
 void keep_sample(audit_ctx &a, uint32_t pid) {
   if (const uint64_t counted = a.pids[pid].counted; counted >= a.run.first)
-    a.records[pid].sample = sample_of(in_run(a, counted));
+    a.samples[pid] = sample_of(in_run(a, counted));
 }
 
 // A packet may come twice (2.4.3.3).

@@ -209,7 +209,6 @@ struct pid_record {
   uint64_t packets_before;      // the current second
   double bitrate_min, bitrate_max;
   uint64_t scrambled, tei, duplicates, explained, announced, lost;
-  packet_sample sample; // of the last packet whose counter was taken, unless that is in the run
   held_loss held;
   uint32_t parked; // findings that wait for the held loss: index + 1 of the first
   watch presence, pts, pcr_watch;
@@ -314,6 +313,8 @@ struct audit_ctx {
   stream_clock clock;
   zeroed_array<pid_state, TS_PIDS> pids;
   zeroed_array<pid_record, TS_PIDS> records;
+  // Of the last packet whose counter was taken, unless that is in the run.
+  zeroed_array<packet_sample, TS_PIDS> samples;
   std::vector<uint16_t> seen_pids;
   std::vector<watch *> touched;
   tables_state tables;

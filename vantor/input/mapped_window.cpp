@@ -17,8 +17,8 @@ enum : size_t {
   // Measured: longer windows are no faster.
   WINDOW = 3 * LARGE_PAGE,
   SPACE = LARGE_PAGE + WINDOW, // can begin in the middle of a large page
-  // How far a look goes; the work per look is small against it.
-  LOOK = 256 << 10,
+  // How far a look goes; the work per look is small against it, that of an audit for each PID too.
+  LOOK = LARGE_PAGE,
 };
 
 const auto page_size = static_cast<size_t>(sysconf(_SC_PAGESIZE));
