@@ -93,7 +93,7 @@ class Pages(unittest.TestCase):
     def faults(self, pages, scheme):
         """What is wrong in pages, each in a frame of its own for each width."""
         frames = "".join(f'<iframe name={i} width={width} height=900 srcdoc="{escaped(page)}"></iframe>'
-                         for i, page in enumerate(pages) for width in (400, 900, 1600))
+                         for i, page in enumerate(pages) for width in (360, 700, 1600))
         opened = self.dir / "opened.html"
         opened.write_text(f"<!doctype html><meta charset=utf-8><pre id=said></pre>{frames}"
                           f"<script>{LOOK}</script>")
@@ -114,12 +114,13 @@ class Pages(unittest.TestCase):
             bad += [self.page(every, *args), self.page(no_clock, *args), self.page(
                 damaged, "-S", "</title><script>throw 1</script><img src=x>" + "w" * 400, *args)]
         good, none = self.page(plant.CLEAN, "--audit"), self.page(b"", "--audit")
+        far = b"".join(plant.late_or_early(30_000_000)(packets[:1500]))
         for page in bad:
             self.assertNotIn("verdict good", page)
         self.assertIn("verdict good", good)
         self.assertNotRegex(none, "class=.*good")
         for scheme in (0, 1):  # dark, light
-            self.assertEqual(self.faults([*bad, good, none], scheme), [])
+            self.assertEqual(self.faults([*bad, good, none, self.page(far, "--audit")], scheme), [])
 
 
 if not CHROMIUM:

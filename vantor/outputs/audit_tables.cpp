@@ -127,7 +127,7 @@ std::string pid_table(audit_t audit) {
                     {"lost"},
                     {"PCRs"},
                     {"apart ms"},
-                    {"PTS delay ms"},
+                    {"PTS delay ms, least"},
                     {"average"},
                     {"greatest"},
                     {"gap ms"}});

@@ -30,7 +30,7 @@ void put_counts(html_text &page, std::span<const uint64_t> counts, const char *(
   for (size_t kind = 0; kind < counts.size(); ++kind) {
     if (counts[kind] == 0)
       continue;
-    page.format("%s%s\u00A0%s", separator, grouped(counts[kind]).text,
+    page.format("%s<span class=k>%s %s</span>", separator, grouped(counts[kind]).text,
                 name_of(static_cast<Kind>(kind)));
     separator = ", ";
   }

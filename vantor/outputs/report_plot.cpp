@@ -235,6 +235,20 @@ void put_numbers(html_text &page, const series &s, const value_unit &unit, int64
   page.put("</dl>");
 }
 
+// Marks in three or more buckets side by side are one stretch, for lines would let paper through.
+size_t end_of_stretch(const std::vector<mark> &marks, size_t begin) {
+  size_t end = begin;
+  while (end < marks.size() && marks[end] != 0)
+    ++end;
+  return end - begin >= 3 ? end : begin + 1;
+}
+
+// From the foot of its first mark to that of its last, as high as they are with the width of its
+// line.
+void put_stretch(html_text &page, mark length) {
+  page.format("m0-.08h%" PRIu64 "v-.84h-%" PRIu64 "v.84m%" PRIu64 " .08", length, length, length);
+}
+
 } // namespace
 
 short_text value_text(int64_t value, const value_unit &unit) {
@@ -281,12 +295,17 @@ void put_strip(html_text &page, const time_axis &axis, const picture &what,
   page.format("<svg class=strip role=img aria-label=\"%s over time\" preserveAspectRatio=none "
               "viewBox=\"0 0 %" PRIu64 " 1\" data-pid=%u data-alert=\"%s\"><path d=\"",
               what.name, axis.length, what.pid, what.name);
-  uint64_t last = 0;
-  for (const mark one : drawn) {
-    if (one == 0)
+  mark last = 0;
+  for (size_t i = 0; i < drawn.size(); ++i) {
+    if (drawn[i] == 0)
       continue;
-    page.format(last == 0 ? "M%" PRIu64 " 0v1" : "m%" PRIu64 "-1v1", one - std::max<mark>(last, 1));
-    last = one;
+    page.format(last == 0 ? "M%" PRIu64 " 0v1" : "m%" PRIu64 "-1v1",
+                drawn[i] - std::max<mark>(last, 1));
+    const mark begin = drawn[i];
+    i = end_of_stretch(drawn, i) - 1;
+    last = drawn[i];
+    if (last != begin)
+      put_stretch(page, last - begin);
   }
   page.put("\"/></svg>");
 }

@@ -44,7 +44,7 @@ path{vector-effect:non-scaling-stroke;fill:none;stroke-width:1px}
 .lane>div:first-child{display:flex;justify-content:space-between;gap:8px;white-space:nowrap}
 .lane b{font-weight:600}
 .strip{height:20px;background:var(--card);border-bottom:1px solid var(--rule);overflow:visible}
-.strip path{stroke:var(--c,var(--red));stroke-width:3px}
+.strip path{fill:var(--c,var(--red));stroke:var(--c,var(--red));stroke-width:3px}
 .rate{margin-bottom:6px}.rate>div:first-child{flex-direction:column;gap:0}.rate small{color:var(--soft)}
 .spark{height:40px;background:var(--card);border-bottom:1px solid var(--rule)}
 th[scope=row]{color:var(--ink);font-weight:600;font-size:inherit;white-space:nowrap}
@@ -69,19 +69,20 @@ th[scope=row]{color:var(--ink);font-weight:600;font-size:inherit;white-space:now
 .cut{stroke:var(--red);stroke-width:3px}
 .bars{fill:var(--blue);stroke:none;opacity:.75}
 footer{margin-top:44px;border-top:1px solid var(--rule);padding-top:10px}
+@media(max-width:820px){.plot{grid-template-columns:minmax(0,1fr)}
+.histo{padding-left:56px;margin-top:8px}.histo svg{height:72px}
+.x span:nth-child(even){visibility:hidden}.histo .x span{visibility:visible}}
 @media(max-width:640px){main{padding:18px 14px 36px}h1{font-size:20px}
 .lane{grid-template-columns:minmax(0,1fr)}.lane>div:first-child{margin-top:8px}
-.plot{grid-template-columns:minmax(0,1fr)}.curve{padding-left:44px}.y{width:38px}
-.histo{padding-left:44px;margin-top:8px}.histo svg{height:72px}
-.x span:nth-child(even){visibility:hidden}.histo .x span{visibility:visible}
+.curve,.histo{padding-left:52px}.y{width:46px}
 th,td{padding-right:10px}table{font-size:14px}
 .numbers{grid-template-columns:repeat(4,minmax(0,1fr))}
 .list tr:first-child{display:none}
 .list tr{display:flex;flex-wrap:wrap;gap:0 12px;padding:6px 0;border-bottom:1px solid var(--rule)}
-.list td{border:0;padding:0}.list .n{width:auto}.list .w{flex-basis:100%;order:1}
+.list td{border:0;padding:0}.list td:empty{display:none}.list .n{width:auto}.list .w{flex-basis:100%;order:1}
 .list .i:not(:empty)::before{content:"PID "}.list .g:not(:empty)::before{content:"program "}.list .p::before{content:"packet "}.list .b::before{content:"byte "}}
 @media print{body{background:none;font-size:11px;print-color-adjust:exact}main{max-width:none;padding:8px 0}
-h2,h3,.numbers{break-after:avoid}.plot,.lane,tr{break-inside:avoid}.scroll{overflow:visible}
+h2,h3,.numbers,tr:first-child{break-after:avoid}.plot,.lane,tr{break-inside:avoid}.scroll{overflow:visible}
 th,small,dt,code,.note,.kicker,footer{font-size:.9em}th,td{padding-right:8px}.pids{font-size:7.5px}.pids th,.pids td{padding-right:4px}
 .bar{min-width:24px}.bar i{margin-top:1px}}
 )";
