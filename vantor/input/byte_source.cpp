@@ -8,12 +8,20 @@
 #include <cstring>
 #include <new>
 
+// Its memory is not touched unless it is used.
+bool byte_source::get_buffer() {
+  for (size_t size = CAPACITY; !buf && size >= LEAST_CAPACITY; size /= 2) {
+    buf.reset(new (std::nothrow) uint8_t[size]);
+    capacity = size;
+  }
+  return buf != nullptr;
+}
+
 int byte_source::open(const char *path) {
   fd = ::open(path, O_RDONLY);
   if (fd == -1)
     return errno;
-  buf.reset(new (std::nothrow) uint8_t[CAPACITY]); // not touched unless it is used
-  if (!buf)
+  if (!get_buffer())
     return ENOMEM;
   data = buf.get();
   is_mapped = window.open(fd);
@@ -67,7 +75,7 @@ void byte_source::refill(uint64_t from, size_t least) {
   memmove(buf.get(), data + (from - begin), size);
   begin = from;
   while (size < least && !at_end) {
-    const ssize_t n = read(fd, buf.get() + size, CAPACITY - size);
+    const ssize_t n = read(fd, buf.get() + size, capacity - size);
     if (n > 0) {
       size += static_cast<size_t>(n);
     } else if (n == 0 || errno != EINTR) {

@@ -64,9 +64,10 @@ public:
 
 private:
   // About the second-level cache of a server core: measured, the kernel copies faster into memory
-  // that is not in that cache than into memory that is.
-  enum : size_t { CAPACITY = 808 << 10 };
+  // that is not in that cache than into memory that is. Where memory is short, less will do.
+  enum : size_t { CAPACITY = 808 << 10, LEAST_CAPACITY = CAPACITY / 8 };
 
+  bool get_buffer();
   void advance(uint64_t from, size_t least);
   void leave_window(uint64_t from);
   void refill(uint64_t from, size_t least);
@@ -80,4 +81,5 @@ private:
   uint64_t begin = 0, end = 0;   // and its offsets
   mapped_window window;
   std::unique_ptr<uint8_t[]> buf;
+  size_t capacity = 0;
 };
