@@ -152,6 +152,15 @@ class Audit(unittest.TestCase):
             counted = sum(r["count"] for r in of["indicator"]) + sum(told.values())
             self.assertEqual(counted, sum(of["report"][0]["findings"].values()))
 
+    def test_page_stays_small(self):
+        """Every PID, and each time with packets lost."""
+        packets = ((n >> 8 & 31, n & 255, 0x10 | (n >> 13) * 5 & 15) for n in range(8 * 8192))
+        pathlib.Path("in.ts").write_bytes(b"".join(bytes((0x47, *p)).ljust(188, b"\xff") for p in packets))
+        subprocess.run([PROGRAM, "--audit", "-H", "--report=page", "in.ts"], capture_output=True)
+        page = pathlib.Path("page").read_text()
+        self.assertLess(len(page), 300_000)
+        self.assertRegex(page, "(?s)FAIL 57338 findings.*37\u202f337 more findings, of kinds.*7792 more PIDs")
+
     def test_packets_of_all_sizes(self):
         damaged, records = planted("CC-LOSS"), {}
         packets = plant.packets_of(damaged)

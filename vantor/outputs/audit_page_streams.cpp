@@ -221,6 +221,17 @@ void put_measure_title(html_text &page, const audit_series &s, const pid_row *ro
   page.put("</small></h3>");
 }
 
+// Where there are more than can be drawn, PCR intervals leave half of the room to time stamps.
+void keep_what_is_drawn(std::vector<const audit_series *> &order) {
+  constexpr ptrdiff_t most = MAX_PLOTS;
+  const auto stamps = std::ranges::find_if(
+      order, [](const audit_series *s) { return s->kind != AUDIT_PCR_INTERVAL; });
+  const ptrdiff_t room = std::max(most / 2, most - (order.end() - stamps));
+  if (stamps - order.begin() > room)
+    order.erase(order.begin() + room, stamps);
+  order.resize(std::min<size_t>(order.size(), MAX_PLOTS));
+}
+
 void put_measures(html_text &page, const time_axis &axis, const audited_run &run,
                   const std::vector<pid_row> &rows) {
   std::vector<const audit_series *> order;
@@ -232,19 +243,19 @@ void put_measures(html_text &page, const time_axis &axis, const audited_run &run
   std::ranges::sort(order, {}, [](auto *s) {
     return std::tuple(s->kind != AUDIT_PCR_INTERVAL, s->pid, s->kind);
   });
-  const size_t plots = std::min<size_t>(order.size(), MAX_PLOTS);
+  const size_t all = order.size();
+  keep_what_is_drawn(order);
   page.put("<h2>Clocks and time stamps</h2><p class=note>Line: average; band: least to greatest, "
            "per stretch of time. On the right, how often each value came. Delay: how long after "
            "its arrival, on the program's clock, a picture or frame is decoded (DTS) or shown "
            "(PTS).</p>");
-  for (size_t i = 0; i < plots; ++i) {
-    const audit_series &s = *order[i];
-    put_measure_title(page, s, row_of(rows, s.pid));
-    put_plot(page, axis, {name_of(s.kind), s.pid, s.kind, unit_of(s)}, s, limit_of(run, s),
-             std::min<size_t>(MAX_DRAWN, PLOT_BUCKETS / plots));
+  for (const audit_series *s : order) {
+    put_measure_title(page, *s, row_of(rows, s->pid));
+    put_plot(page, axis, {name_of(s->kind), s->pid, s->kind, unit_of(*s)}, *s, limit_of(run, *s),
+             std::min<size_t>(MAX_DRAWN, PLOT_BUCKETS / order.size()));
   }
-  if (plots < order.size())
-    page.format("<p class=note>%zu more measures are not drawn.</p>", order.size() - plots);
+  if (order.size() < all)
+    page.format("<p class=note>%zu more measures are not drawn.</p>", all - order.size());
 }
 
 void put_bitrate(html_text &page, const time_axis &axis, const audit_series &s, const pid_row *row,
