@@ -14,7 +14,7 @@ namespace {
 
 enum : size_t {
   MAX_LANES = 100, // 8 KiB each
-  MAX_SERIES = 96, // of each measure, 20 KiB each
+  MAX_SERIES = 48, // of each measure, 20 KiB each; no more plots are drawn
   MAX_BITRATES = 512,
   MAX_LISTED = 24, // findings of each group
 };
@@ -143,7 +143,8 @@ void audit_page_data::add(const audit_sample &sample) {
   stretch_time(at);
   s->next = at + 1;
   s->sum.add(value);
-  s->values.add(value);
+  if (sample.kind != AUDIT_BITRATE) // of which no histogram is drawn
+    s->values.add(value);
   for (; begin <= at; begin = (begin / time.width + 1) * time.width)
     merge_bucket(bucket_at(s->buckets, begin, time.width), {1, value, value, value});
 }
