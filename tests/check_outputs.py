@@ -473,11 +473,14 @@ class Outputs(unittest.TestCase):
                                     ("clean.ts", "FAIL_ALLOCS", range(20, 160, 7))):
             whole, incomplete = classic.search(self.korva(path).stderr)[0], 0
             for n in points:
-                run = self.korva(*self.both, path, env=failing(fault, n))
+                run = self.korva(*self.both, "--junit=junit", path, env=failing(fault, n))
                 self.assertEqual(run.returncode, 0, run)
+                cases = pathlib.Path("junit").read_text()
+                self.assertTrue(cases.endswith("</testsuites>\n"))
                 told = classic.search(run.stderr)[0]
                 report, page = self.records()[-1], pathlib.Path("html").read_text()
                 self.assertTrue(page.endswith("</html>\n"))
+                self.assertTrue('errors="1"' in cases or not report["incomplete"])
                 if "This page is incomplete" in page:
                     incomplete += 1
                     self.assertTrue(told == whole or b"ERROR(12)" in run.stderr)

@@ -71,13 +71,15 @@ void put_first(json_text &r, const audit_indicator &indicator) {
   r.end_object();
 }
 
-void put_indicator(output_file &out, const audit_indicator &indicator) {
+void put_indicator(output_file &out, const audit_indicator &indicator, uint64_t allowed) {
   json_text r(out);
   r.field("record", "indicator");
   r.field("id", indicator.id);
   r.field("name", indicator.name);
   r.field("state", audit_state_name(indicator.state));
   r.field("count", indicator.findings);
+  if (allowed != 0)
+    r.field("allowed", allowed);
   put_first(r, indicator);
   put_measure(r, "worst", indicator.worst);
   put_measure(r, "limit", indicator.limit);
@@ -161,7 +163,7 @@ void json_audit_header(output_file &out, const run_request &request, const audit
   put_limits(r, facts.settings);
 }
 
-void json_audit_finding(output_file &out, const audit_finding &f) {
+void json_audit_finding(output_file &out, const audit_finding &f, const allowed_finding *allowed) {
   json_text r(out);
   r.field("record", "finding");
   r.field("kind", audit_kind_name(f.kind));
@@ -176,18 +178,20 @@ void json_audit_finding(output_file &out, const audit_finding &f) {
   r.field("events", f.events);
   json_fields fields(r);
   tell_fields(f, fields);
+  put_allowed(r, allowed);
 }
 
-void json_audit_records(output_file &out, audit_t audit) {
-  for_each_record(audit, audit_get_indicator,
-                  [&](size_t, const audit_indicator &indicator) { put_indicator(out, indicator); });
+void json_audit_records(output_file &out, audit_t audit, const audit_facts &facts) {
+  for_each_record(audit, audit_get_indicator, [&](size_t, const audit_indicator &indicator) {
+    put_indicator(out, indicator, facts.allowed.of(indicator));
+  });
   for_each_record(audit, audit_get_pid, [&](size_t, const audit_pid &pid) { put_pid(out, pid); });
   for_each_record(audit, audit_get_program, [&](size_t index, const audit_program &program) {
     put_program(out, audit, index, program);
   });
 }
 
-void json_audit_report(output_file &out, const audit_facts &facts) {
+void json_audit_report(output_file &out, const audit_facts &facts, const baseline &allowed) {
   const audit_report &report = facts.report;
   const run_result &result = facts.result;
   json_text r(out);
@@ -206,4 +210,6 @@ void json_audit_report(output_file &out, const audit_facts &facts) {
   put_measure(r, "bitrate", report.bitrate);
   r.field_if(report.cbr >= 0, "cbr", report.cbr == 1);
   put_findings(r, report);
+  if (allowed.is_on())
+    allowed.put_rest(r);
 }

@@ -192,17 +192,20 @@ std::string what_happened(const audit_finding &f) {
   }
 }
 
-std::string human_line(const audit_finding &f, std::string_view tag) {
+std::string human_line(const audit_finding &f, std::string_view tag,
+                       const allowed_finding *allowed) {
   std::string line = std::string("AUDIT ") + audit_kind_name(f.kind) + " [" + std::string(tag) +
                      "] " + clock_time(f.time, 2, "--:--:--.---");
   if (f.pid >= 0)
     line += text(" PID %d (0x%04X)", f.pid, static_cast<unsigned>(f.pid));
   if (f.program_number >= 0)
     line += text(" program %d", f.program_number);
-  return line + ": " + what_happened(f) + where(f);
+  line += ": " + what_happened(f) + where(f);
+  return allowed ? line + ", " + allowed_text(*allowed) : line;
 }
 
-std::string terse_line(const audit_finding &f, std::string_view tag) {
+std::string terse_line(const audit_finding &f, std::string_view tag,
+                       const allowed_finding *allowed) {
   std::string line = std::string("AUDIT ") + audit_kind_name(f.kind) + " " + std::string(tag) +
                      (f.pid >= 0 ? text(" %d", f.pid) : " -");
   line += text(" %" PRIu64 " %" PRIu64 " ", f.packet, f.offset) + clock_time(f.time, 1, "-");
@@ -213,6 +216,8 @@ std::string terse_line(const audit_finding &f, std::string_view tag) {
   fields.word("last_time", clock_time(f.last_time, 1, "-").c_str());
   fields.count("events", f.events);
   tell_fields(f, fields);
+  if (allowed)
+    fields.flag("allowed", true);
   return line;
 }
 
@@ -226,7 +231,7 @@ static std::string interruption(const audit_facts &facts) {
          " read";
 }
 
-std::string verdict_line(const audit_facts &facts) {
+static std::string bare_verdict(const audit_facts &facts) {
   const std::string fails = counted(facts.report.fails, "finding");
   switch (facts.report.verdict) {
   case AUDIT_PASS:
@@ -238,4 +243,10 @@ std::string verdict_line(const audit_facts &facts) {
   default:
     return "NOTHING CHECKED";
   }
+}
+
+std::string verdict_line(const audit_facts &facts) {
+  const uint64_t allowed = facts.allowed.all;
+  return bare_verdict(facts) +
+         (allowed != 0 ? ", " + counted(allowed, "finding") + " allowed" : "");
 }

@@ -116,7 +116,7 @@ audit_series *audit_page_data::series_of(const audit_sample &s) {
   return &measured.back();
 }
 
-void audit_page_data::add(const audit_finding &f) {
+void audit_page_data::add(const audit_finding &f, const allowed_finding *allowed) {
   stretch_time(last_ms_of(f));
   stretch_packets(f.last_packet);
   mark_lane(lane_of(f.kind), f);
@@ -125,9 +125,12 @@ void audit_page_data::add(const audit_finding &f) {
   else
     ++without_lane;
   finding_group &group = group_of(f);
-  if (group.count++ < MAX_LISTED)
+  ++group.count;
+  group.allowed += allowed != nullptr;
+  group.fails += !allowed && f.severity == AUDIT_FAIL;
+  if ((allowed ? group.allowed : group.count - group.allowed) <= MAX_LISTED)
     group.first.push_back({f.kind, f.severity, f.pid, f.program_number, f.packet, f.offset, f.time,
-                           what_happened(f) + repetition(f)});
+                           what_happened(f) + repetition(f), allowed});
 }
 
 void audit_page_data::add(const audit_sample &sample) {

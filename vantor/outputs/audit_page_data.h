@@ -1,5 +1,5 @@
-// What the page of an audit collects during the run, in bounded memory: when findings came, the
-// first ones of each sort, and the measured values over stream time.
+// What the page of an audit and --junit collect during the run, in bounded memory: when findings
+// came, the first ones of each sort, and the measured values over stream time.
 #pragma once
 
 #include <array>
@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "audit/audit.h"
+#include "outputs/baseline.h"
 #include "outputs/series.h"
 
 // When findings of one kind came, on one PID or on all of them; on both axes, for a stream may have
@@ -28,13 +29,14 @@ struct listed_finding {
   uint64_t packet, offset;
   double time;
   std::string what;
+  const allowed_finding *allowed; // by this entry of the baseline, or null
 };
 
 // The findings of one indicator, or of one kind that has none.
 struct finding_group {
-  const char *id; // "1.4", "STAMP-LATE"
-  uint64_t count = 0;
-  std::vector<listed_finding> first = {};
+  const char *id;                             // "1.4", "STAMP-LATE"
+  uint64_t count = 0, allowed = 0, fails = 0; // fails: those that are not allowed
+  std::vector<listed_finding> first = {};     // of those that are allowed, and of the others
 };
 
 // So many of a series' whole numbers are 1 ms, or 1 kbit/s: room for all distances of 33-bit
@@ -51,7 +53,7 @@ struct audit_series : series {
 class audit_page_data {
 public:
   // Take what the audit hands out; they throw when memory is refused.
-  void add(const audit_finding &finding);
+  void add(const audit_finding &finding, const allowed_finding *allowed);
   void add(const audit_sample &sample);
 
   // Brings both axes to the end of the capture; `duration` NAN: it has no clock.

@@ -35,9 +35,11 @@ std::string measure(double value, const char *unit) {
   return std::isfinite(value) ? (value < 0 ? "\u2212" : "") + in_units(value, unit) : "";
 }
 
-void put_state(html_text &page, const audit_indicator &i) {
+void put_state(html_text &page, const audited_run &run, const audit_indicator &i) {
   constexpr const char *words[] = {"pass", "FAIL", "WARN", "off", "not measurable"};
   page.format("<td class=\"state %s\">%s", state_colour(i.state), words[i.state]);
+  if (const uint64_t allowed = run.facts.allowed.of(i))
+    page.format("<small>: %s allowed</small>", grouped(allowed).text);
   if (i.reason[0] != '\0')
     page.format("<small>: %s</small>", i.reason);
 }
@@ -46,7 +48,7 @@ void put_indicator(html_text &page, const audited_run &run, const audit_indicato
   page.put("<tr>");
   put_name(page, run, i.id);
   page.format("<td>%s", i.name);
-  put_state(page, i);
+  put_state(page, run, i);
   page.format("<td class=\"n %s\">%s<td class=n>", i.findings != 0 ? "" : "zero",
               grouped(i.findings).text);
   if (std::isfinite(i.first_time))
@@ -105,6 +107,11 @@ void put_finding(html_text &page, const time_axis &axis, const listed_finding &f
     page.format("%d", f.program_number);
   page.put("<td class=w>");
   page.put(f.what);
+  if (f.allowed) {
+    page.put(" <small>");
+    page.put_escaped(allowed_text(*f.allowed));
+    page.put("</small>");
+  }
   page.format("<td class=\"n p\">%s<td class=\"n b\">%s", grouped(f.packet).text,
               grouped(f.offset).text);
 }

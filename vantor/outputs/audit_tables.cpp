@@ -55,7 +55,7 @@ std::string stream_line(const audit_facts &facts) {
   return line + text(", profile %s\n", audit_profile_name(facts.settings.profile));
 }
 
-std::string indicator_table(audit_t audit) {
+std::string indicator_table(audit_t audit, const audit_facts &facts) {
   text_table table({{"id", LEFT},
                     {"name", LEFT},
                     {"state", LEFT},
@@ -76,7 +76,8 @@ std::string indicator_table(audit_t audit) {
     table.cell(packet_text(i.first_packet));
     table.cell(measure_text(i.worst, i.unit));
     table.cell(measure_text(i.limit, i.unit));
-    table.cell(i.reason);
+    const uint64_t allowed = facts.allowed.of(i);
+    table.cell(allowed != 0 ? std::to_string(allowed) + " allowed" : i.reason);
   });
   return "\nIndicators of ETSI TR 101 290\n" + table.lines();
 }
@@ -140,7 +141,7 @@ std::string pid_table(audit_t audit) {
 std::string audit_tables(audit_t audit, const audit_facts &facts) {
   std::string out;
   if (audit)
-    out = stream_line(facts) + indicator_table(audit) + other_findings(facts.report) +
+    out = stream_line(facts) + indicator_table(audit, facts) + other_findings(facts.report) +
           pid_table(audit) + "\n";
   return out + verdict_line(facts) + "\n";
 }

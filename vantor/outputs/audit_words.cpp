@@ -29,6 +29,10 @@ std::string clock_time(double seconds, int hour_digits, const char *unknown) {
               static_cast<int>(ms % 1000));
 }
 
+std::string allowed_text(const allowed_finding &entry) {
+  return std::string("allowed until ") + text_of(entry.until).text + ": " + entry.reason;
+}
+
 std::string in_units(double value, const char *unit) {
   std::string number = text("%.3f", std::fabs(value));
   number.erase(number.find_last_not_of('0') + 1);

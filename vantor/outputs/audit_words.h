@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "outputs/baseline.h"
+
 // As printf; at most 255 characters.
 [[gnu::format(printf, 1, 2)]] std::string text(const char *format, ...);
 
@@ -13,6 +15,9 @@ std::string counted(uint64_t count, std::string_view thing);
 
 // "01:02:03.456"; hours have at least so many digits. `unknown` stands for NAN.
 std::string clock_time(double seconds, int hour_digits, const char *unknown);
+
+// "allowed until 2026-12-31: reason"
+std::string allowed_text(const allowed_finding &entry);
 
 // The size of a value, "812.5 ms".
 std::string in_units(double value, const char *unit);

@@ -1,5 +1,9 @@
 #include "outputs/checked_run.h"
 
+bool has_pid(tsan_alert_kind kind) {
+  return kind != TSAN_CC_MLR && kind != TSAN_PAT_DIFF && kind < TSAN_LOST_SYNC;
+}
+
 size_t limit_ms(const tsan_config &settings, tsan_sample_kind kind) {
   const size_t limits[] = {settings.pcr_freq_ms, settings.max_pcr_delta, settings.max_pdts_delta};
   return limits[kind];

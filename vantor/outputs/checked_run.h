@@ -13,11 +13,15 @@ struct checked_run {
   tsan_t ctx; // still alive
   const tsan_config &settings;
   const report_data &data;
+  const baseline &allowed;
   const survey *seen; // null: there was no memory for it
   capture_rest rest;
   double duration;    // s of stream time, NAN without a clock
   bool is_incomplete; // memory was refused for what the outputs collect
 };
+
+// An alert of that kind names a PID.
+bool has_pid(tsan_alert_kind kind);
 
 // The limit that the settings give a sample, ms; 0 = it is not checked.
 size_t limit_ms(const tsan_config &settings, tsan_sample_kind kind);

@@ -1,4 +1,4 @@
-// Text of an HTML page on its way to a file.
+// Text of an HTML page, or of XML, on its way to a file.
 #pragma once
 
 #include "outputs/text_out.h"

@@ -78,10 +78,6 @@ void put_fields(json_text &r, const tsan_alert &a) {
   }
 }
 
-bool has_pid(tsan_alert_kind kind) {
-  return kind != TSAN_CC_MLR && kind != TSAN_PAT_DIFF && kind < TSAN_LOST_SYNC;
-}
-
 void put_number(json_text &r, const listed_pmt *pmt) {
   r.field_if(pmt != nullptr, "program_number", pmt ? pmt->program_number : 0);
 }
@@ -224,7 +220,7 @@ void json_header(output_file &out, const run_request &request) {
 }
 
 void json_alert(output_file &out, const run_request &request, const tsan_alert &a, double time,
-                const listed_pmt *pmt) {
+                const listed_pmt *pmt, const allowed_finding *allowed) {
   json_text r(out);
   r.field("record", "alert");
   r.field("kind", tsan_alert_name(a.kind));
@@ -237,6 +233,7 @@ void json_alert(output_file &out, const run_request &request, const tsan_alert &
   r.seconds("stream_time", time);
   r.field("tag", a.ptag);
   put_fields(r, a);
+  put_allowed(r, allowed);
 }
 
 void json_end(output_file &out, const checked_run &run) {
@@ -258,6 +255,8 @@ void json_end(output_file &out, const checked_run &run) {
   for (size_t kind = 0; kind < TSAN_ALERT_KINDS; ++kind)
     r.field(tsan_alert_name(static_cast<tsan_alert_kind>(kind)), run.data.alerts[kind]);
   r.end_object();
+  if (run.allowed.is_on())
+    run.allowed.put_rest(r);
   r.begin_array("programs");
   for (size_t i = 0; i < stats_of(run.ctx).programs; ++i)
     put_program(r, run, i);

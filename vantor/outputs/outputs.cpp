@@ -1,9 +1,12 @@
 #include "outputs/outputs.h"
 
+#include <algorithm>
 #include <cmath>
 #include <new>
 
+#include "outputs/checks.h"
 #include "outputs/json_writer.h"
+#include "outputs/junit_checks.h"
 #include "outputs/report_html.h"
 
 namespace {
@@ -24,12 +27,12 @@ template <typename Work> void outputs::collect(Work work) {
   }
 }
 
-int outputs::open(const output_settings &settings, const run_request &asked,
-                  const tsan_config &checked) {
+int outputs::open(output_settings &settings, const run_request &asked, const tsan_config &checked) {
   wanted = &settings;
   request = &asked;
   checks = &checked;
   exit = settings.exit;
+  allowed = &settings.allowed;
   if (!files.open(settings))
     return -1;
   if (files.json.is_open())
@@ -41,7 +44,7 @@ void outputs::listen(tsan_t analyzer) {
   ctx = analyzer;
   if (!wanted->any())
     return;
-  if (files.any())
+  if (files.any() || allowed->needs_stream())
     collect([&] {
       reserve.reset(new char[RESERVE]);
       watch = std::make_unique<packet_watch>();
@@ -85,17 +88,35 @@ double outputs::time_of(uint64_t packet) {
   return watch ? watch->time.of(packet) : NAN;
 }
 
+// What ends a run is no finding that could be allowed, nor what a caller reports.
+const allowed_finding *outputs::take_baseline(const tsan_alert &alert, double time) {
+  if (std::ranges::find(checked_kinds, alert.kind) == std::end(checked_kinds))
+    return nullptr;
+  const listed_pmt *pmt = pmt_of_program(alert.program);
+  const found finding = {.kind = tsan_alert_name(alert.kind),
+                         .pid = has_pid(alert.kind) ? static_cast<int32_t>(alert.pid) : -1,
+                         .program_number = pmt ? pmt->program_number : -1,
+                         .time = time,
+                         .last_time = time};
+  const allowed_finding *entry = allowed->cover(finding);
+  if (files.baseline.is_open())
+    collect([&] { found_now.add(finding, entry); });
+  return entry;
+}
+
 void outputs::on_alert(void *self, const tsan_alert *alert) {
   auto &to = *static_cast<outputs *>(self);
-  to.exit.alert(*alert);
+  const double time = to.time_of(alert->pkt_idx);
+  const allowed_finding *entry = to.take_baseline(*alert, time);
+  if (!entry)
+    to.exit.alert(*alert);
   to.line.count_alert();
+  to.data.count(*alert, entry != nullptr);
   if (!to.files.any())
     return;
-  const double time = to.time_of(alert->pkt_idx);
   if (to.files.json.is_open())
-    json_alert(to.files.json, *to.request, *alert, time, to.pmt_of_program(alert->program));
-  to.data.count(*alert);
-  to.collect([&] { to.data.place(*alert, time); });
+    json_alert(to.files.json, *to.request, *alert, time, to.pmt_of_program(alert->program), entry);
+  to.collect([&] { to.data.place(*alert, time, entry); });
 }
 
 void outputs::on_sample(void *self, const tsan_sample *sample) {
@@ -117,14 +138,18 @@ capture_rest outputs::rest_of_capture(run_end end) const {
 }
 
 int outputs::write_files(checked_run run) {
+  int &status = run.result.status;
+  status = files.complete_baseline(*wanted, found_now, run.request.source, is_incomplete, status);
+  status = files.complete(files.junit, wanted->junit, status,
+                          [&](output_file &file) { junit_of_checks(file, run); });
   return files.complete(
-      *wanted, run.result.status,
-      [&](output_file &page, int status) {
-        run.result.status = status;
+      *wanted, status,
+      [&](output_file &page, int final_status) {
+        status = final_status;
         report_page(page, run);
       },
-      [&](output_file &json, int status) {
-        run.result.status = status;
+      [&](output_file &json, int final_status) {
+        status = final_status;
         json_end(json, run);
       });
 }
@@ -134,7 +159,9 @@ int outputs::finish(tsan_t analyzer, run_result result) {
   if (stats_of(ctx).analyzed == 0)
     exit.nothing_checked();
   result.status = exit.status(result.status, is_unreadable(result.end));
-  if (!files.any())
+  if (allowed->is_on())
+    allowed->tell_rest(stderr);
+  if (!files.any() && !files.baseline.is_open())
     return result.status;
   const uint64_t packets = tsan_get_pidx(ctx);
   const double duration = watch ? watch->time.end(packets) : NAN;
@@ -144,6 +171,7 @@ int outputs::finish(tsan_t analyzer, run_result result) {
                       .ctx = ctx,
                       .settings = *checks,
                       .data = data,
+                      .allowed = *allowed,
                       .seen = watch ? &watch->tables : nullptr,
                       .rest = rest_of_capture(result.end),
                       .duration = duration,

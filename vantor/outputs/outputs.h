@@ -1,11 +1,12 @@
-// What a run of the classic checks tells beside the logs and the report: --json, --report,
-// --exit-alerts and --progress, all fed from one read-out of the analyzer. Without them there is
-// none.
+// What a run of the classic checks tells beside the logs and the report: --json, --report, --junit,
+// --exit-alerts, --baseline, --baseline-write and --progress, all fed from one read-out of the
+// analyzer. Without them there is none.
 #pragma once
 
 #include <memory>
 #include <span>
 
+#include "outputs/baseline_writer.h"
 #include "outputs/checked_run.h"
 #include "outputs/progress.h"
 #include "outputs/run_files.h"
@@ -16,7 +17,7 @@ class outputs {
 public:
   // Opens the files that were asked for. `wanted`, `request` and `checks` last as long as the
   // outputs. Returns 0, or -1 after a report on standard error.
-  int open(const output_settings &wanted, const run_request &request, const tsan_config &checks);
+  int open(output_settings &wanted, const run_request &request, const tsan_config &checks);
 
   // Begins to listen to the analyzer.
   void listen(tsan_t ctx);
@@ -48,6 +49,7 @@ private:
   const listed_pmt *pmt_of_program(int program) const;
   void list_streams();
   capture_rest rest_of_capture(run_end end) const;
+  const allowed_finding *take_baseline(const tsan_alert &alert, double time);
   int write_files(checked_run run);
 
   const output_settings *wanted = nullptr;
@@ -56,6 +58,8 @@ private:
   tsan_t ctx = nullptr;
   run_files files;
   exit_alerts exit;
+  baseline *allowed = nullptr;
+  baseline_writer found_now; // for --baseline-write
   report_data data;
   std::unique_ptr<packet_watch> watch;
   sync_grid grid_at_hand; // where sync was lost, in what had been read

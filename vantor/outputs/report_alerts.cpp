@@ -4,28 +4,13 @@
 #include <cinttypes>
 #include <cstdio>
 
+#include "outputs/alert_words.h"
 #include "outputs/checks.h"
 
 namespace {
 
 // What keeps the page below 1 MB.
 enum : size_t { LANE_MARKS = 16'384 };
-
-constexpr const char *meanings[TSAN_ALERT_KINDS] = {
-    "continuity counter broken: packets lost or repeated",
-    "continuity counter began anew",
-    "the same loss on several streams",
-    "audio time stamp too far from the PCR",
-    "audio less than 1 ms from video, but not on it",
-    "audio too far from video",
-    "PCRs too far apart",
-    "list of programs changed",
-    "PMT changed",
-    "announced stream without a packet",
-    "framing lost",
-    "packet without sync byte: the run ended there",
-    "nothing to analyze: the run ended there",
-};
 
 // What was looked at: "1 234 packets", "off", "not checked: no PAT".
 void put_check(html_text &page, const checked_run &run, tsan_alert_kind kind) {
@@ -57,42 +42,6 @@ short_text owner_text(const alert_row &row) {
   return out;
 }
 
-void put_detail(html_text &page, const tsan_alert &a) {
-  const char *stamp = a.is_pts ? "PTS" : "DTS";
-  switch (a.kind) {
-  case TSAN_CC_BRK:
-  case TSAN_CC_RST:
-    if (a.last_cc == a.current_cc)
-      page.format("counter %d twice", a.last_cc);
-    else
-      page.format("counter %d, then %d", a.last_cc, a.current_cc);
-    break;
-  case TSAN_PCR_DELTA:
-    page.format("%s %" PRIu64 " ms from the PCR", stamp, a.delta_ms);
-    break;
-  case TSAN_AV_DELTA0:
-    page.format("%s less than 1 ms from PID %u", stamp, a.ref_pid);
-    break;
-  case TSAN_AV_DELTA_PLUS:
-    page.format("%s %" PRIu64 " ms from PID %u", stamp, a.delta_ms, a.ref_pid);
-    break;
-  case TSAN_PCR_FREQ:
-    page.format("%" PRIu64 " ms between PCRs", a.delta_ms);
-    break;
-  case TSAN_PAT_DIFF:
-    page.format("%zu PIDs added, %zu gone, %zu now", a.added, a.deleted, a.programs);
-    break;
-  case TSAN_PMT_DIFF:
-    page.format("%zu streams, then %zu entries", a.old_tracks, a.new_tracks);
-    break;
-  case TSAN_PID_NDAT:
-    page.format("stream %zu of the program has no packet", a.track);
-    break;
-  default:
-    break;
-  }
-}
-
 } // namespace
 
 void put_checks(html_text &page, const checked_run &run) {
@@ -107,7 +56,7 @@ void put_checks(html_text &page, const checked_run &run) {
     page.format("<tr><td>%s<td class=\"n %s\">%s<td>", tsan_alert_name(kind),
                 count != 0 ? "hit" : "zero", grouped(count).text);
     put_check(page, run, kind);
-    page.format("<td>%s", meanings[i]);
+    page.format("<td>%s", alert_meaning(kind));
   }
   page.put("</table></div>");
 }
@@ -138,7 +87,8 @@ void put_list(html_text &page, const time_axis &axis, const checked_run &run) {
     return;
   page.put("<h2>Alerts one by one</h2>");
   if (data.total_alerts() > data.listed.size())
-    page.format("<p class=note>The first %zu of each kind.</p>", size_t{MAX_LISTED});
+    page.format("<p class=note>The first %zu of each kind%s.</p>", size_t{MAX_LISTED},
+                data.total_allowed() != 0 ? ", and of those that are allowed" : "");
   page.format("<div class=scroll tabindex=0 role=region aria-label=\"Alerts one by one\">"
               "<table class=list><tr>%s<th scope=col>Alert<th scope=col class=n>PID"
               "<th scope=col>What<th scope=col class=n>Packet<th scope=col class=n>At byte",
@@ -154,7 +104,12 @@ void put_list(html_text &page, const time_axis &axis, const checked_run &run) {
     else
       page.put("<td>");
     page.put("<td class=w>");
-    put_detail(page, a);
+    page.put(alert_detail(a).text);
+    if (entry.allowed) {
+      page.put(" <small>allowed: ");
+      page.put_escaped(entry.allowed->reason);
+      page.put("</small>");
+    }
     page.format("<td class=\"n p\">%s<td class=\"n b\">%s", grouped(a.pkt_idx).text,
                 a.pkt_idx != 0 ? grouped(packet_offset(run.request, a.pkt_idx)).text : "");
   }

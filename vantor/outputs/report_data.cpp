@@ -112,10 +112,11 @@ void report_data::count(const tsan_sample &s) {
   sums[static_cast<size_t>(s.program)][measure_of(s)].add(measured_ms(s));
 }
 
-void report_data::place(const tsan_alert &a, double time) {
+void report_data::place(const tsan_alert &a, double time, const allowed_finding *entry) {
   const uint64_t at = place_of(time, a.pkt_idx);
-  if (alerts[a.kind] <= MAX_LISTED) {
-    listed.push_back({at, a});
+  const uint64_t alike = entry ? allowed[a.kind] : alerts[a.kind] - allowed[a.kind];
+  if (alike <= MAX_LISTED) {
+    listed.push_back({at, a, time, entry});
     listed.back().alert.ptag = nullptr; // lasts for the call only
   }
   if (alert_row *row = find_row(a)) {

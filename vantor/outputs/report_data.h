@@ -11,13 +11,14 @@
 #include <tuple>
 #include <vector>
 
+#include "outputs/baseline.h"
 #include "outputs/series.h"
 #include "tsanalyze/readout.h"
 
 enum : size_t {
   MAX_SERIES = 96, // 30 KiB each
   MAX_ROWS = 100,  // 4 KiB each
-  MAX_LISTED = 40, // alerts of each kind told one by one
+  MAX_LISTED = 40, // alerts of each kind told one by one, and as many that are allowed
   MAX_PROGRAMS = 32,
 };
 
@@ -48,17 +49,22 @@ struct alert_row {
 struct listed_alert {
   uint64_t at; // as on the axis
   tsan_alert alert;
+  double time;                    // s of stream time, or NAN
+  const allowed_finding *allowed; // by this entry of the baseline, or null
 };
 
 class report_data {
 public:
   // Count, in memory that is there.
-  void count(const tsan_alert &a) { ++alerts[a.kind]; }
+  void count(const tsan_alert &a, bool is_allowed) {
+    ++alerts[a.kind];
+    allowed[a.kind] += is_allowed;
+  }
   void count(const tsan_sample &s);
 
   // Place what was counted in time; they throw when memory is refused. `time`: stream time of the
   // packet at hand, s; NAN as long as there is none.
-  void place(const tsan_alert &a, double time);
+  void place(const tsan_alert &a, double time, const allowed_finding *entry);
   void place(const tsan_sample &s, double time);
 
   // Brings the end to the last packet.
@@ -67,11 +73,14 @@ public:
   uint64_t total_alerts() const {
     return std::accumulate(alerts.begin(), alerts.end(), uint64_t{0});
   }
+  uint64_t total_allowed() const {
+    return std::accumulate(allowed.begin(), allowed.end(), uint64_t{0});
+  }
   bool in_packets() const { return !has_clock; }
   uint64_t bucket_width() const { return width; } // ms, or packets
   uint64_t duration() const { return end; }       // the same
 
-  std::array<uint64_t, TSAN_ALERT_KINDS> alerts = {};
+  std::array<uint64_t, TSAN_ALERT_KINDS> alerts = {}, allowed = {};                  // of these
   std::array<std::array<measure_sum, TSAN_SAMPLE_KINDS>, MAX_PROGRAMS> checked = {}; // as checked
   std::array<std::array<measure_sum, MEASURES>, MAX_PROGRAMS> sums = {};
   std::vector<measured_series> measured;

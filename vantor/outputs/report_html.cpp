@@ -44,14 +44,14 @@ void put_unchecked_programs(html_text &page, const checked_run &run) {
 
 const char *verdict_colour(const checked_run &run, bool is_unchecked) {
   const run_end end = run.result.end;
-  if (run.data.total_alerts() != 0 || end >= run_end::stopped)
+  if (run.data.total_alerts() != run.data.total_allowed() || end >= run_end::stopped)
     return "bad";
   const bool is_whole = end == run_end::complete || end == run_end::limit;
   return is_whole && !is_unchecked && !run.is_incomplete ? "good" : "warn";
 }
 
 void put_verdict(html_text &page, const checked_run &run) {
-  const uint64_t total = run.data.total_alerts();
+  const uint64_t allowed = run.data.total_allowed(), total = run.data.total_alerts() - allowed;
   const reason_text why = why_unchecked(run);
   page.format("<section class=\"verdict %s\"><strong>", verdict_colour(run, !why.is_empty()));
   if (!why.is_empty())
@@ -67,6 +67,8 @@ void put_verdict(html_text &page, const checked_run &run) {
     page.put(why.is_question() ? " " : ". ");
   }
   put_counts(page, run.data.alerts, tsan_alert_name);
+  if (allowed != 0)
+    page.format("The baseline allows %s of these. ", grouped(allowed).text);
   if (why.is_empty())
     put_unchecked_programs(page, run);
   put_end(page, run.result);

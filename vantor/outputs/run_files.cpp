@@ -1,5 +1,6 @@
 #include "outputs/run_files.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -12,17 +13,26 @@ bool succeeded(int err, const char *what, const char *path) {
   return err == 0;
 }
 
-bool create(output_file &out, const char *path, const output_place &place) {
-  return !path || succeeded(out.open(place), "create", path);
+bool create(output_file &out, const wanted_file &wanted) {
+  return !wanted.path || succeeded(out.open(wanted.place), "create", wanted.path);
 }
 
 } // namespace
 
 bool run_files::open(const output_settings &wanted) {
-  return create(json, wanted.json_path, wanted.json) &&
-         create(page, wanted.report_path, wanted.report);
+  return create(json, wanted.json) && create(page, wanted.report) && create(junit, wanted.junit) &&
+         create(baseline, wanted.baseline_write);
 }
 
-bool run_files::is_whole(output_file &file, const char *path) {
-  return succeeded(file.complete(), "write", path);
+bool run_files::is_whole(output_file &file, const wanted_file &wanted) {
+  return succeeded(file.complete(), "write", wanted.path);
+}
+
+int run_files::complete_baseline(const output_settings &wanted, const baseline_writer &found,
+                                 const char *capture, bool is_incomplete, int status) {
+  if (!baseline.is_open() || !is_incomplete)
+    return complete(baseline, wanted.baseline_write, status,
+                    [&](output_file &file) { found.put(file, capture); });
+  succeeded(ENOMEM, "write", wanted.baseline_write.path);
+  return EXIT_STATUS_FAILED;
 }

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
@@ -17,44 +18,59 @@ bool is_one(const output_place &a, const output_place &b) {
   return (a.fd != -1 && a.fd == b.fd) || is_same_file(id_of(a), id_of(b));
 }
 
-bool find(const char *path, output_place &place, bool alerts_on) {
-  if (const int err = find_place(path, place))
-    return refuse(path, strerror(err));
-  const bool is_stdout = place.fd == STDOUT_FILENO;
+bool find(wanted_file &file, bool alerts_on) {
+  if (const int err = find_place(file.path, file.place))
+    return refuse(file.path, strerror(err));
+  const bool is_stdout = file.place.fd == STDOUT_FILENO;
   if (is_stdout && alerts_on)
-    return refuse(path, "standard output has the alerts of -a on");
-  if (!is_stdout && is_same_file(id_of(place), id_of(STDOUT_FILENO)))
-    return refuse(path, "it is standard output");
-  if (is_same_file(id_of(place), id_of(STDERR_FILENO)))
-    return refuse(path, "it is standard error");
+    return refuse(file.path, "standard output has the alerts of -a on");
+  if (!is_stdout && is_same_file(id_of(file.place), id_of(STDOUT_FILENO)))
+    return refuse(file.path, "it is standard output");
+  if (is_same_file(id_of(file.place), id_of(STDERR_FILENO)))
+    return refuse(file.path, "it is standard error");
   return true;
 }
 
-bool spares(const char *output, const output_place &place, const char *path, const char *what) {
-  if (!output || !is_same_file(id_of(place), id_of(path)))
-    return true;
+bool refuse_as(const char *path, const char *what) {
   char why[64];
   snprintf(why, sizeof why, "it is %s", what);
-  return refuse(output, why);
+  return refuse(path, why);
+}
+
+// It must not be one of those before it.
+bool is_alone(const wanted_file &file, const output_settings &out) {
+  for (const wanted_file *other : out.files()) {
+    if (other == &file)
+      break;
+    char what[32];
+    snprintf(what, sizeof what, "the file of %s", other->option);
+    if (other->path && is_one(other->place, file.place))
+      return refuse_as(file.path, what);
+  }
+  return true;
 }
 
 } // namespace
 
+bool output_settings::any() const {
+  return std::ranges::any_of(files(), [](auto *file) { return file->path; }) || progress ||
+         exit.is_on() || allowed.is_on();
+}
+
 bool output_settings::takes_stdout() const {
-  return (json_path && json.fd == STDOUT_FILENO) || (report_path && report.fd == STDOUT_FILENO);
+  return std::ranges::any_of(
+      files(), [](auto *file) { return file->path && file->place.fd == STDOUT_FILENO; });
 }
 
 bool find_outputs(output_settings &out, bool alerts_on) {
-  if (out.json_path && !find(out.json_path, out.json, alerts_on))
-    return false;
-  if (out.report_path && !find(out.report_path, out.report, alerts_on))
-    return false;
-  if (out.json_path && out.report_path && is_one(out.json, out.report))
-    return refuse(out.report_path, "it is the file of --json");
-  return true;
+  return std::ranges::all_of(out.files(), [&](wanted_file *file) {
+    return !file->path || (find(*file, alerts_on) && is_alone(*file, out));
+  });
 }
 
 bool spares(const output_settings &out, const char *path, const char *what) {
-  return spares(out.json_path, out.json, path, what) &&
-         spares(out.report_path, out.report, path, what);
+  return std::ranges::all_of(out.files(), [&](const wanted_file *file) {
+    return !file->path || !is_same_file(id_of(file->place), id_of(path)) ||
+           refuse_as(file->path, what);
+  });
 }

@@ -1,16 +1,31 @@
 // What the command line asks of the outputs, and whether it can be had.
 #pragma once
 
+#include <array>
+
+#include "outputs/baseline.h"
 #include "outputs/exit_alerts.h"
 #include "outputs/output_place.h"
 
+// A file that an option asks for.
+struct wanted_file {
+  const char *option;
+  const char *path = nullptr; // word of the command line, or null
+  output_place place = {};
+};
+
 struct output_settings {
-  const char *json_path = nullptr, *report_path = nullptr; // words of the command line, or null
+  wanted_file json{"--json"}, report{"--report"}, junit{"--junit"},
+      baseline_write{"--baseline-write"};
   bool progress = false;
   exit_alerts exit;
-  output_place json, report; // of the two paths
+  baseline allowed;
 
-  bool any() const { return json_path || report_path || progress || exit.is_on(); }
+  std::array<wanted_file *, 4> files() { return {&json, &report, &junit, &baseline_write}; }
+  std::array<const wanted_file *, 4> files() const {
+    return {&json, &report, &junit, &baseline_write};
+  }
+  bool any() const;
 
   // An output is written to standard output, where then nothing else goes.
   bool takes_stdout() const;

@@ -15,7 +15,9 @@
 #include "outputs/audit_lines.h"
 #include "outputs/audit_page.h"
 #include "outputs/audit_tables.h"
+#include "outputs/baseline_writer.h"
 #include "outputs/exit_status.h"
+#include "outputs/junit_audit.h"
 #include "outputs/progress.h"
 #include "outputs/run_files.h"
 #include "tsa/config.h"
@@ -40,7 +42,8 @@ struct audit_run {
   std::unique_ptr<audit_ctx, audit_closer> audit;
   audit_facts facts;
   run_files files;
-  audit_page_data collected;  // for the page
+  audit_page_data collected;  // for the page and --junit
+  baseline_writer found_now;  // for --baseline-write
   bool is_incomplete = false; // memory was refused for it
   progress line;
   bool is_hit = false; // by a finding that --exit-alerts asks for
@@ -64,32 +67,45 @@ int level_of(audit_severity severity) {
   return levels[severity];
 }
 
-// Keeps something for the page, until memory is refused.
-template <typename Record> void collect(audit_run &run, const Record &record) {
-  if (!run.files.page.is_open() || run.is_incomplete)
+// Does what may need memory, until that is refused.
+template <typename Work> void collect(audit_run &run, Work work) {
+  if (run.is_incomplete)
     return;
   try {
-    run.collected.add(record);
+    work();
   } catch (const std::bad_alloc &) {
     run.is_incomplete = true;
   }
 }
 
 void on_sample(void *opaque, const audit_sample *sample) {
-  collect(*static_cast<audit_run *>(opaque), *sample);
+  auto &run = *static_cast<audit_run *>(opaque);
+  collect(run, [&] { run.collected.add(*sample); });
+}
+
+const allowed_finding *take_baseline(audit_run &run, const audit_finding &f) {
+  const found finding = {audit_kind_name(f.kind), f.pid, f.program_number, f.time, f.last_time};
+  const allowed_finding *entry = g_cfg.out.allowed.cover(finding);
+  if (entry)
+    run.facts.allowed.add(f);
+  if (run.files.baseline.is_open())
+    collect(run, [&] { run.found_now.add(finding, entry); });
+  return entry;
 }
 
 void on_finding(void *opaque, const audit_finding *f) {
   auto &run = *static_cast<audit_run *>(opaque);
-  run.is_hit |= is_asked_for(*f);
+  const allowed_finding *entry = take_baseline(run, *f);
+  run.is_hit |= !entry && is_asked_for(*f);
   run.line.count_alert();
   if (!g_cfg.tsa.no_rlog)
-    LOG(g_log, level_of(f->severity), "%s\n", human_line(*f, run.request.source).c_str());
+    LOG(g_log, level_of(f->severity), "%s\n", human_line(*f, run.request.source, entry).c_str());
   if (g_cfg.tsa.access_log_alerts)
-    LOG(g_access_log, MIN_level, "%s\n", terse_line(*f, run.request.source).c_str());
+    LOG(g_access_log, MIN_level, "%s\n", terse_line(*f, run.request.source, entry).c_str());
   if (run.files.json.is_open())
-    json_audit_finding(run.files.json, *f);
-  collect(run, *f);
+    json_audit_finding(run.files.json, *f, entry);
+  if (run.files.page.is_open() || run.files.junit.is_open())
+    collect(run, [&] { run.collected.add(*f, entry); });
 }
 
 // Hands over what comes next. Returns how many packets that was.
@@ -180,8 +196,9 @@ int judge(audit_run &run) {
   run.line.finish();
   run.facts.report.size = sizeof run.facts.report;
   audit_get_report(audit, &run.facts.report);
+  leave_out_allowed(run.facts);
   if (run.files.json.is_open())
-    json_audit_records(run.files.json, audit);
+    json_audit_records(run.files.json, audit, run.facts);
   count_bytes(run);
   count_indicators(run);
   return run.facts.report.out_of_memory ? EXIT_STATUS_NOMEM : EXIT_STATUS_OK;
@@ -243,16 +260,21 @@ int write_files(audit_run &run) {
   run_result &result = run.facts.result;
   const audit_report &report = run.facts.report;
   run.collected.finish(run.request.first_packet - 1 + report.packets, report.duration);
+  const audited_run whole = {run.request, run.facts, run.audit.get(), run.collected,
+                             run.is_incomplete};
+  result.status = run.files.complete_baseline(g_cfg.out, run.found_now, run.request.source,
+                                              run.is_incomplete, result.status);
+  result.status = run.files.complete(run.files.junit, g_cfg.out.junit, result.status,
+                                     [&](output_file &file) { junit_of_audit(file, whole); });
   return run.files.complete(
       g_cfg.out, result.status,
       [&](output_file &page, int status) {
         result.status = status;
-        audit_page(page,
-                   {run.request, run.facts, run.audit.get(), run.collected, run.is_incomplete});
+        audit_page(page, whole);
       },
       [&](output_file &json, int status) {
         result.status = status;
-        json_audit_report(json, run.facts);
+        json_audit_report(json, run.facts, g_cfg.out.allowed);
       });
 }
 
@@ -263,6 +285,8 @@ int finish(audit_run &run, int status) {
   run.facts.result.status =
       status == EXIT_STATUS_OK && tells && is_hit ? EXIT_STATUS_ALERTS : status;
   print_tables(run);
+  if (g_cfg.out.allowed.is_on())
+    g_cfg.out.allowed.tell_rest(stderr);
   return write_files(run);
 }
 

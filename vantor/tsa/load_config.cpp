@@ -2,8 +2,8 @@
 
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cstdio>
-#include <memory>
 
 #include "log/statement.h"
 
@@ -14,21 +14,6 @@ namespace {
 constexpr char section_path[] = "vnt.stream_analyzer";
 
 config_t g_libcfg;
-
-struct file_closer {
-  void operator()(FILE *file) const { fclose(file); }
-};
-using file_ptr = std::unique_ptr<FILE, file_closer>;
-
-// Anything but a file or a FIFO is refused: the parser ends the whole process on a directory.
-file_ptr open_settings(const char *path) {
-  file_ptr file{fopen(path, "r")};
-  struct stat st;
-  if (file &&
-      (fstat(fileno(file.get()), &st) != 0 || !(S_ISREG(st.st_mode) || S_ISFIFO(st.st_mode))))
-    file.reset();
-  return file;
-}
 
 int load_section(const config_t &file, tsan_config *cfg) {
   const config_setting_t *section = config_lookup(&file, section_path);
@@ -41,8 +26,19 @@ int load_section(const config_t &file, tsan_config *cfg) {
 
 } // namespace
 
+// The parser ends the whole process on a directory.
+settings_file open_settings(const char *path) {
+  settings_file file{fopen(path, "r")};
+  struct stat st;
+  if (!file ||
+      (fstat(fileno(file.get()), &st) == 0 && (S_ISREG(st.st_mode) || S_ISFIFO(st.st_mode))))
+    return file;
+  errno = 0;
+  return {};
+}
+
 int load_settings(const char *path, const std::function<int(const config_t &)> &load) {
-  const file_ptr file = open_settings(path);
+  const settings_file file = open_settings(path);
   if (!file) {
     fprintf(stderr, "Failed to load [%s]\n", path);
     return -1;

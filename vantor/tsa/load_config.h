@@ -1,11 +1,21 @@
 // The settings file.
 #pragma once
 
+#include <cstdio>
 #include <functional>
+#include <memory>
 
 #include <libconfig.h>
 
 #include "tsanalyze/tsan.h"
+
+struct settings_closer {
+  void operator()(FILE *file) const { fclose(file); }
+};
+using settings_file = std::unique_ptr<FILE, settings_closer>;
+
+// Opens a file for the parser; null: errno tells why, 0 that it is neither a file nor a FIFO.
+settings_file open_settings(const char *path);
 
 // Reads the libconfig file `path` and hands it to `load`. Returns what that returns, or -1 when the
 // file cannot be read; failures are reported.

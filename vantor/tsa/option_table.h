@@ -15,6 +15,10 @@ enum : int {
   OPT_AUDIT,
   OPT_PACKET_SIZE,
   OPT_LIMIT,
+  OPT_JUNIT,
+  OPT_BASELINE,
+  OPT_BASELINE_WRITE,
+  OPT_CLIP,
 };
 
 struct option_row {

@@ -15,6 +15,7 @@
 #include "outputs/exit_status.h"
 #include "syswrap/syswrap.h"
 #include "tsa/audit_settings.h"
+#include "tsa/baseline_file.h"
 #include "tsa/config.h"
 #include "tsa/load_config.h"
 #include "tsa/option_table.h"
@@ -155,7 +156,7 @@ int apply_option(int opt, const char *arg) {
   case 'A':
     return tsan_cli_opt(arg, &tsa) == 0 ? 0 : EXIT_STATUS_INVAL;
   case OPT_JSON:
-    g_cfg.out.json_path = arg;
+    g_cfg.out.json.path = arg;
     return 0;
   case OPT_EXIT_ALERTS:
     return g_cfg.out.exit.choose(arg) == 0 ? 0 : EXIT_STATUS_INVAL;
@@ -163,7 +164,15 @@ int apply_option(int opt, const char *arg) {
     g_cfg.out.progress = true;
     return 0;
   case OPT_REPORT:
-    g_cfg.out.report_path = arg;
+    g_cfg.out.report.path = arg;
+    return 0;
+  case OPT_JUNIT:
+    g_cfg.out.junit.path = arg;
+    return 0;
+  case OPT_BASELINE:
+    return load_baseline(arg, g_cfg.audit.is_on, g_cfg.out.allowed);
+  case OPT_BASELINE_WRITE:
+    g_cfg.out.baseline_write.path = arg;
     return 0;
   default: // acted in the first pass
     return 0;
@@ -190,6 +199,9 @@ int check_outputs(int argc, char **argv, const char *path) {
   }
   if (!find_outputs(g_cfg.out, g_cfg.tsa.access_log_alerts) ||
       !spares(g_cfg.out, path, "the file to analyze"))
+    return EXIT_STATUS_FAILED;
+  if (g_cfg.out.allowed.is_on() &&
+      !spares(g_cfg.out, g_cfg.out.allowed.path, "the file of --baseline"))
     return EXIT_STATUS_FAILED;
   reset_getopt_state();
   for (int opt; (opt = getopt_long(argc, argv, short_options, long_options, nullptr)) != -1;)
