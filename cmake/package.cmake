@@ -7,9 +7,9 @@ install(PROGRAMS tools/korva-archive DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(DIRECTORY tools/archive DESTINATION ${CMAKE_INSTALL_DATADIR}/korva PATTERN __pycache__ EXCLUDE)
 install(FILES ${CMAKE_BINARY_DIR}/korva.1.gz ${CMAKE_BINARY_DIR}/korva-archive.1.gz
   DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
-install(FILES docs/alerts.md docs/findings.md docs/korva.schema.json DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(FILES docs/alerts.md docs/ci.md docs/findings.md docs/korva.schema.json DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(FILES ${changelog} CHANGELOG.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
-install(FILES docs/korva.conf samples/damaged.ts DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
+install(FILES docs/korva.conf examples/captures.sh samples/damaged.ts DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples)
 install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME copyright)
 install(FILES completions/korva.bash
   DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME korva)

@@ -4,7 +4,7 @@ _korva() {
   local shorts=(-t -v -V '-?' -S -s -a -H -r -m -C -Y -k -A)
   local longs=(--verbose --version --options --srctag --maxskip --alerts --hushlog --from --maxnum
     --config --syslog --track --analyze --exit-alerts --json --progress --report --audit
-    --junit --baseline --baseline-write --packet-size --limit --help)
+    --junit --baseline --baseline-write --clip --packet-size --limit --help)
   local analyzer=(on off enable disable skipped_pkts= pdts_delta= pcr_delta= pcr_freq=
     max_zreset_time= cc_track=)
   local traces=(sdt_i misc_i pdts_u pat_pmt pcr_u cc_t pmt_d pat_d)
@@ -66,7 +66,7 @@ _korva() {
       [[ $word == *,* ]] && before=${word%,*},
       choices=("${kinds[@]/#/"$before"}")
       ;;
-    -C | --config | --json | --report | --junit | --baseline | --baseline-write) compopt -o default ;;
+    -C | --config | --json | --report | --junit | --baseline | --baseline-write | --clip) compopt -o default ;;
     *)
       case $word in
         --*) choices=("${longs[@]}") ;;

@@ -1,14 +1,17 @@
 #!/usr/bin/env python3
 """Holds what builds and their people go by against the findings: check_verdicts.py ROOT PROGRAM
 
---junit, --baseline and --baseline-write, in both modes.
+--junit, --baseline and --baseline-write, in both modes, and --clip.
 """
 
 import datetime
+import fcntl
 import json
 import os
 import pathlib
 import re
+import resource
+import shutil
 import subprocess
 import sys
 import tempfile
@@ -26,6 +29,40 @@ DAMAGED, CLEAN = (str(ROOT / "samples" / name) for name in ("damaged.ts", "clean
 CHECKS = ("-A", "max_zreset_time=0", "-A", "pcr_freq=79")
 MODES = (CHECKS, ("--audit",))
 ENTRY = 'kind = "{}"; reason = "why"; until = "9999-12-31"; '
+
+
+def section(head, body):
+    """Packets of a section, from the one that begins it on."""
+    data = bytes(head[:1]) + (0xB000 | len(head) - 1 + len(body) + 4).to_bytes(2, "big") + bytes(head[1:]) + body
+    crc = 0xFFFFFFFF
+    for bit in (byte >> shift & 1 for byte in data for shift in range(7, -1, -1)):
+        crc = (crc << 1 ^ (0x04C11DB7 if crc >> 31 != bit else 0)) & 0xFFFFFFFF
+    data = b"\0" + data + crc.to_bytes(4, "big")
+    return [data[at : at + 184].ljust(184, b"\xff") for at in range(0, len(data), 184)]
+
+
+def stream(packets, per_second, lost, size=188):
+    """A PCR each 40 ms, a PAT and a PMT of two packets each second; packets are lost before some."""
+    counters, out = {}, []
+    video = b"\x1b\xe1\x01\xf0\0"
+    tables = [(0, True, *section([0, 0, 1, 0xC1, 0, 0], b"\0\1\xf0\0"))]
+    for n, part in enumerate(section([2, 0, 1, 0xC1, 0, 0], b"\xe1\x01\xf0\xc8" + b"\x80\xc6" + bytes(198) + video)):
+        tables.append((0x1000, n == 0, part))
+    for n in range(packets):
+        at, extra = n % per_second, b""
+        if at < len(tables):
+            pid, starts, payload = tables[at]
+        elif n % (per_second // 25) == per_second // 50:
+            pid, starts, payload = 257, False, bytes(176)
+            pcr = n * 90000 // per_second << 15
+            extra = b"\7\x10" + pcr.to_bytes(6, "big")
+        else:
+            pid, starts, payload = 0x1FFF, False, bytes(184)
+        counters[pid] = (counters.get(pid, 0) + (6 if pid == 257 and n in lost else 1)) % 16
+        head = bytes((0x47, starts << 6 | pid >> 8, pid & 255, 0x10 | bool(extra) << 5 | counters[pid]))
+        packet = head + extra + payload
+        out.append(n.to_bytes(4, "big") * (size == 192) + packet + bytes(16) * (size == 204))
+    return b"".join(out)
 
 
 class Verdicts(unittest.TestCase):
@@ -166,6 +203,106 @@ class Verdicts(unittest.TestCase):
         self.assertEqual((records[-1]["baseline"]["allowed"], records[-1]["baseline"]["unused"]), (1, []))
         self.assertEqual([a["packet"] for a in records if "allowed" in a], [1491])
         self.assertTrue(cases["CC-BRK"][1].startswith("1 alert,"))
+
+    def clips(self, *args, **options):
+        """Status, and the records of the clips of a run, each held against the files."""
+        os.makedirs("old", exist_ok=True)
+        run = subprocess.run([PROGRAM, "--audit", *(f"--limit={table}_ms=0" for table in ("pat", "pmt", "pts")),
+                              "--clip=clips", "--json=json", *args, "in.ts"],
+                             capture_output=True, text=True, **options)
+        self.stderr = run.stderr
+        records = [json.loads(line) for line in pathlib.Path("json").read_text().splitlines()]
+        for record in records:
+            SCHEMA.validate(record)
+        clips = [r for r in records if r["record"] == "clip"]
+        self.assertEqual(sorted(os.path.basename(c["file"]) for c in clips), sorted(os.listdir("clips")))
+        data = pathlib.Path("in.ts").read_bytes()
+        for clip in clips:
+            self.assertTrue(pathlib.Path(clip["file"]).read_bytes()[clip["table_bytes"]:]
+                            == data[clip["offset"]:][:clip["bytes"]])
+        return run.returncode, clips, data
+
+    def test_clips(self):
+        lost = [n * 1000 + 20 for n in (7, 10, 19)]  # the first two are less than 4 s apart
+        for size in (188, 192, 204):
+            pathlib.Path("in.ts").write_bytes(stream(25000, 1000, lost, size))
+            status, clips, data = self.clips()
+            self.assertEqual((status, [c["findings"] for c in clips]), (0, [2, 1]), self.stderr)
+            for clip, first, last in zip(clips, (7020, 19020), (10020, 19020), strict=True):
+                begin, end = clip["offset"] / size, (clip["offset"] + clip["bytes"]) / size
+                for place, want, slack in ((first - 2000, begin, (-60, 0)), (last + 2000, end, (0, 60))):
+                    self.assertEqual(want % 1, 0)
+                    self.assertTrue(slack[0] <= want - place <= slack[1], (want, place))
+                # Before it the last PAT and both packets of the last PMT.
+                tables = [n for n in range(int(begin)) if n % 1000 < 3][-3:]
+                self.assertEqual(pathlib.Path(clip["file"]).read_bytes()[:clip["table_bytes"]],
+                                 b"".join(data[n * size : (n + 1) * size] for n in tables))
+                self.assertEqual(os.path.basename(clip["file"]), {
+                    7020: "00h00m07.000s-CC-LOSS-PID257+1.ts", 19020: "00h00m19.000s-CC-LOSS-PID257.ts"}[first])
+            shutil.rmtree("clips")
+        # What a damaged section tells is not put before a clip.
+        data = bytearray(stream(25000, 1000, lost[:1]))
+        data[5001 * 188 + 30] ^= 1
+        pathlib.Path("in.ts").write_bytes(data)
+        self.assertEqual(self.clips()[0], 0)
+        clip = next(path for path in pathlib.Path("clips").iterdir() if "PSI-CRC" in path.name)
+        self.assertEqual(len({*clip.read_bytes()[188:564]} & {0x1B}), 1)
+
+    def test_many_clips(self):
+        pathlib.Path("in.ts").write_bytes(stream(35000, 100, range(1006, 35000, 600)))
+        status, clips, _ = self.clips()
+        self.assertEqual((status, len(clips)), (0, 50))
+        self.assertRegex(self.stderr, r"No clip of 7 places more")
+        shutil.rmtree("clips")
+        # One finding after the other are one piece, which has an end.
+        pathlib.Path("in.ts").write_bytes(stream(35000, 100, range(1006, 35000, 300)))
+        _, (clip,), _ = self.clips()
+        self.assertEqual((clip["cut_off"], round(clip["to"] - clip["from"])), (True, 60))
+
+    def test_clips_that_cannot_be(self):
+        data = stream(12000, 1000, [7020])
+        pathlib.Path("in.ts").write_bytes(data)
+        full = dict(preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (200_000, 200_000)))
+        os.mkdir("clips")
+        status, clips, _ = self.clips(**full)
+        self.assertEqual((status, clips), (2, []))
+        self.assertIn("File too large", self.stderr)
+        # A capture that another program writes to meanwhile.
+        os.mkfifo("fifo")
+        with subprocess.Popen([PROGRAM, "--audit", "--clip=clips", "--json=fifo", "in.ts"],
+                              stderr=subprocess.PIPE, text=True) as run:
+            with open("fifo", "rb") as reader:
+                fcntl.fcntl(reader, fcntl.F_SETPIPE_SZ, 4096)  # less than there is to be read
+                os.utime("in.ts", (1, 1))
+                reader.read()
+            self.assertIn("has changed since it was judged", run.stderr.read())
+        self.assertEqual((run.returncode, os.listdir("clips")), (2, []))
+        for args, status, said in (
+                (("--audit", "--clip=in.ts", "in.ts"), 2, "Not a directory"), (("--clip=clips", "in.ts"), 22, "needs --audit"),
+                (("--audit", "--clip=x", "fifo"), 2, "no regular file"), (("--audit", "--clip=no/x", "in.ts"), 2, "No such"),
+                (("--audit", "--clip=clips", CLEAN), 0, "No clips: there are no findings")):
+            run = subprocess.run([PROGRAM, *args], capture_output=True, text=True)
+            self.assertEqual(run.returncode, status)
+            self.assertIn(said, run.stderr)
+
+    def test_the_job_of_the_documents(self):
+        os.mkdir("captures")
+        for path in (CLEAN, DAMAGED):
+            shutil.copy(path, "captures")
+        os.symlink(PROGRAM, "korva")
+        where = {**os.environ, "PATH": f"{os.getcwd()}:{os.environ['PATH']}"}
+        text = (ROOT / "docs/ci.md").read_text()
+        self.assertEqual(text.count(" sh ci/captures.sh captures/*.ts\n"), 3)
+        shown = re.search(r"ci/captures.sh captures/\*.ts\n    (.*?)\n    \$", text, re.S)[1].replace("\n    ", "\n")
+        write = re.search(r"\$ (korva .*--baseline-write.*)", text)[1]
+        for allow, status, says in (("true", 3, shown), (write, 0, "3 findings allowed")):
+            subprocess.run(["sh", "-c", allow], env=where, stderr=subprocess.DEVNULL, check=True)
+            job = subprocess.run(["sh", "-c", 'sh "$0" captures/*.ts', ROOT / "examples/captures.sh"],
+                                 env=where, capture_output=True, text=True)
+            self.assertEqual((job.returncode, job.stderr), (status, ""))
+            self.assertIn(says, job.stdout)
+            left = {f"{name}.ts.{what}" for name in ("clean", "damaged") for what in ("clips", "html", "log", "xml")}
+            self.assertEqual({*os.listdir("artifacts")}, left)
 
     def test_nothing_misspelt_is_accepted(self):
         whole = ENTRY.format("CC-LOSS")

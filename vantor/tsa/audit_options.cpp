@@ -154,6 +154,9 @@ std::optional<int> apply_audit_option(int opt, const char *arg) {
     return set_limit(arg);
   case OPT_EXIT_ALERTS:
     return choose_exit_kinds(arg);
+  case OPT_CLIP:
+    g_cfg.audit.clips = arg;
+    return 0;
   default:
     return {};
   }
@@ -165,6 +168,8 @@ std::optional<int> refuse_audit_option(int opt) {
     return refuse("--packet-size needs --audit");
   case OPT_LIMIT:
     return refuse("--limit needs --audit");
+  case OPT_CLIP:
+    return refuse("--clip needs --audit");
   default:
     return {};
   }

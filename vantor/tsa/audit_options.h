@@ -16,6 +16,7 @@ struct audit_options {
   std::optional<double> limits[AUDIT_LIMITS];
   uint64_t exit_kinds; // of --exit-alerts, bit per audit_kind
   bool exit_on_fail;   // --exit-alerts without kinds
+  const char *clips;   // directory of --clip, or null
 };
 
 // Each sets one option from its word. They return 0, or 22 (EINVAL) after a report on standard

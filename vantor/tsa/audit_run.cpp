@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cinttypes>
 #include <cmath>
 #include <csignal>
 #include <cstdio>
@@ -20,6 +21,7 @@
 #include "outputs/junit_audit.h"
 #include "outputs/progress.h"
 #include "outputs/run_files.h"
+#include "tsa/audit_clips.h"
 #include "tsa/config.h"
 
 LOG_MODULE(0);
@@ -27,6 +29,9 @@ LOG_MODULE(0);
 namespace {
 
 volatile sig_atomic_t g_stop;
+
+// At once, when it is to be known where in the file a time is.
+constexpr uint64_t CLIP_PACKETS = 16;
 
 struct audit_closer {
   void operator()(audit_t audit) const { audit_free(audit); }
@@ -45,6 +50,10 @@ struct audit_run {
   audit_page_data collected;  // for the page and --junit
   baseline_writer found_now;  // for --baseline-write
   bool is_incomplete = false; // memory was refused for it
+  clip_target clips;
+  clip_plan plan;       // of these
+  framing_step at_hand; // when their times are noted
+  bool has_all_clips = true;
   progress line;
   bool is_hit = false; // by a finding that --exit-alerts asks for
 };
@@ -78,9 +87,21 @@ template <typename Work> void collect(audit_run &run, Work work) {
   }
 }
 
+// Of the record of a packet.
+uint64_t record_begin(const audit_run &run, uint64_t sync_byte) {
+  return sync_byte - (run.packets.packet_size() == 192 ? 4 : 0);
+}
+
 void on_sample(void *opaque, const audit_sample *sample) {
   auto &run = *static_cast<audit_run *>(opaque);
-  collect(run, [&] { run.collected.add(*sample); });
+  collect(run, [&] {
+    if (run.files.page.is_open())
+      run.collected.add(*sample);
+    if (run.clips.directory && sample->kind == AUDIT_PCR_INTERVAL)
+      run.plan.add_time(sample->time, record_begin(run, run.at_hand.offset),
+                        record_begin(run, run.at_hand.offset) +
+                            run.at_hand.count * run.packets.packet_size());
+  });
 }
 
 const allowed_finding *take_baseline(audit_run &run, const audit_finding &f) {
@@ -106,6 +127,8 @@ void on_finding(void *opaque, const audit_finding *f) {
     json_audit_finding(run.files.json, *f, entry);
   if (run.files.page.is_open() || run.files.junit.is_open())
     collect(run, [&] { run.collected.add(*f, entry); });
+  if (run.clips.directory)
+    collect(run, [&] { run.plan.add(*f); });
 }
 
 // Hands over what comes next. Returns how many packets that was.
@@ -133,9 +156,11 @@ run_end end_of_reading(const audit_run &run, run_end otherwise) {
 run_end read_packets(audit_run &run) {
   uint64_t left = run.request.max_packets != 0 ? run.request.max_packets : UINT64_MAX;
   while (left != 0 && !g_stop) {
-    const framing_step step = run.packets.next(left);
+    const framing_step step =
+        run.packets.next(run.clips.directory ? std::min(left, CLIP_PACKETS) : left);
     if (step.what == framing_step::END)
       break;
+    run.at_hand = step;
     left -= take_step(run, step);
     run.line.advance(run.packets.bytes_read());
   }
@@ -174,13 +199,33 @@ void count_bytes(audit_run &run) {
     run.facts.tail = run.packets.tail_bytes();
 }
 
+// After the run, and of what it has read.
+void cut_clips(audit_run &run) {
+  if (!run.clips.directory)
+    return;
+  if (g_stop) {
+    fputs("No clips: the run was interrupted\n", stderr);
+    return;
+  }
+  if (run.is_incomplete)
+    fputs("Not all clips: memory was refused during the run\n", stderr);
+  if (run.facts.report.undelivered != 0)
+    fprintf(stderr, "No clip of %" PRIu64 " findings that are only counted\n",
+            run.facts.report.undelivered);
+  const size_t size = run.packets.packet_size();
+  const clip_range range = {run.request.file, size,
+                            run.facts.leading + (run.request.first_packet - 1) * size,
+                            run.packets.bytes_read()};
+  run.has_all_clips = make_clips(run.clips, run.plan, range, run.files.json) && !run.is_incomplete;
+}
+
 // Judges the packets. Returns the status of the run.
 int judge(audit_run &run) {
   audit_config cfg = run.facts.settings;
   cfg.first_packet = run.request.first_packet;
   cfg.opaque = &run;
   cfg.on_finding = on_finding;
-  cfg.on_sample = run.files.page.is_open() ? on_sample : nullptr;
+  cfg.on_sample = run.files.page.is_open() || run.clips.directory ? on_sample : nullptr;
   run.audit.reset(audit_init(&cfg));
   if (!run.audit) {
     fprintf(stderr, "No memory for the audit\n");
@@ -201,6 +246,7 @@ int judge(audit_run &run) {
     json_audit_records(run.files.json, audit, run.facts);
   count_bytes(run);
   count_indicators(run);
+  cut_clips(run);
   return run.facts.report.out_of_memory ? EXIT_STATUS_NOMEM : EXIT_STATUS_OK;
 }
 
@@ -282,6 +328,8 @@ int write_files(audit_run &run) {
 int finish(audit_run &run, int status) {
   const bool is_hit = run.is_hit || is_unreadable(run.facts.result.end);
   const bool tells = g_cfg.audit.exit_on_fail || g_cfg.audit.exit_kinds != 0;
+  if (status == EXIT_STATUS_OK && !run.has_all_clips)
+    status = EXIT_STATUS_FAILED;
   run.facts.result.status =
       status == EXIT_STATUS_OK && tells && is_hit ? EXIT_STATUS_ALERTS : status;
   print_tables(run);
@@ -295,7 +343,8 @@ int finish(audit_run &run, int status) {
 int run_audit(const run_request &request) {
   audit_run run(request);
   run.facts.settings = make_audit_config(g_cfg.audit);
-  if (!run.files.open(g_cfg.out))
+  run.clips.directory = g_cfg.audit.clips;
+  if (!start_clips(run.clips, request.file) || !run.files.open(g_cfg.out))
     return EXIT_STATUS_FAILED;
   setvbuf(stdout, nullptr, _IONBF, 0); // findings reach a pipe at once
   return finish(run, open_file(run));

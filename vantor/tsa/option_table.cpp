@@ -31,6 +31,7 @@ constexpr option_row rows[] = {
     {"packet-size", required_argument, OPT_PACKET_SIZE, "bytes",
      "auto, 188, 192, 204 or 208; with --audit"},
     {"limit", required_argument, OPT_LIMIT, "name=value", "another limit; with --audit"},
+    {"clip", required_argument, OPT_CLIP, "dir", "cut out what lies around findings; with --audit"},
     // What these were short for before there were others that begin like them.
     {"p", no_argument, OPT_PROGRESS, "", nullptr},
     {"j", required_argument, OPT_JSON, "", nullptr},
