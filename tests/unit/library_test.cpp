@@ -342,13 +342,11 @@ TEST(limits, of_streams_in_a_program) {
   EXPECT_EQ(e.run(), "(ERR)  FSCN  add_stream: [src] too many streams: 64\n");
 }
 
-TEST(limits, of_a_source_tag_an_empty_one_marks_a_freed_context) {
+TEST(limits, of_a_source_tag_which_may_be_empty) {
   engine e;
   tsan_t tc = tsan_init(std::string(70, 'x').c_str(), &e.cfg, nullptr);
   EXPECT_EQ(tc->cfg.source, std::string(63, 'x'));
-  tc->cfg.source[0] = '\0';
   tsan_free(tc);
-  EXPECT_EQ(e.run().find("(WRN)  FSCN  tsan_free: avoiding double-freeing of tsan[] (0x"), 0U);
-  tc->cfg.source[0] = 'x';
-  tsan_free(tc);
+  tsan_free(tsan_init("", &e.cfg, nullptr)); // the address sanitizer would see what is left
+  tsan_free(nullptr);
 }

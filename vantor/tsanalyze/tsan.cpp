@@ -93,11 +93,8 @@ tsan_t tsan_init(const char *src, const tsan_config *cfg, int *err) {
 }
 
 void tsan_free(tsan_t ctx) {
-  if (ctx->cfg.source[0] == '\0') {
-    LOG(g_log, WARN_level, "%s: avoiding double-freeing of tsan[] (%p)\n", __func__,
-        static_cast<void *>(ctx));
+  if (!ctx)
     return;
-  }
   LOG(g_log, DEBUG_level, "%s: freeing up tsan[%s] (%p)\n", __func__, ctx->cfg.source,
       static_cast<void *>(ctx));
   // Of all programs, since a merged PAT can have brought their number down.

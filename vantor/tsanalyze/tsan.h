@@ -24,11 +24,12 @@
  * Pointers must not be null where nothing is said of it. No operation throws, or changes a signal.
  *
  * Four conditions in the tables of a stream end the whole process through an assertion, in every
- * build: a first PAT that lists PID 0 or no program at all, a later PAT that brings the PMT PIDs to
- * more than 31, and a PMT whose PCR_PID is 0. The C library's message of a failed assertion goes to
- * standard error, then abort(3) is called; what was found before is on its stream. A host that has
- * to outlive such a stream analyzes it in a process of its own. A system clock that cannot be read
- * ends the process in the same way. */
+ * build: a first PAT that lists PID 0 or no program at all (also the next PAT after one that emptied
+ * the list), a later PAT, not the same as the first, with which there are more than 31 PMT PIDs (also
+ * when there were 32 before), and a PMT whose PCR_PID is 0. The C library's message of a failed
+ * assertion goes to standard error, then abort(3) is called; what was found before is on its stream.
+ * A host that has to outlive such a stream analyzes it in a process of its own. A system clock that
+ * cannot be read ends the process in the same way. */
 #ifndef VANTOR_TSANALYZE_TSAN_H
 #define VANTOR_TSANALYZE_TSAN_H
 
@@ -65,8 +66,7 @@ typedef struct tracking_opt {
  * defaults of its own (tsan_load_config). Sizes may have any value. */
 typedef struct tsan_config {
   bool is_enabled;          /* run the checks; else only classify and count. Default true */
-  char source[64];          /* source tag in every line, at most 63 characters; must not be empty
-                               when the context is to be released again */
+  char source[64];          /* source tag in every line, at most 63 characters */
   size_t max_skip_pkts;     /* packets; give up when none was analyzed by then. Default 5000 */
   size_t max_pdts_delta;    /* ms between audio and reference PTS/DTS, 0 = no check. Default 0 */
   size_t max_pcr_delta;     /* ms between audio PTS/DTS and PCR, 0 = no check. Default 0 */
@@ -93,8 +93,7 @@ KORVA_API void tsan_default_config(tsan_config *cfg);
  * `err` is left alone on success. The caller owns the context: tsan_free(). */
 KORVA_API tsan_t tsan_init(const char *src, const tsan_config *cfg, int *err);
 
-/* Releases a context. One with an empty source tag is left alone (with a warning): the tag is the
- * mark of a live context. */
+/* Releases a context; null: nothing. */
 KORVA_API void tsan_free(tsan_t ctx);
 
 /* Analyzes one packet of 188 bytes, in place, at any alignment; nothing of it is kept. Any content
@@ -130,8 +129,9 @@ KORVA_API uint64_t tsan_get_pidx(tsan_t ctx);
 /* Overwrites that index: the next packet gets `idx` + 1. Logged as a warning. */
 KORVA_API void tsan_set_pidx(tsan_t ctx, uint64_t idx);
 
-/* Records a loss of sync that the caller's framing has found. Returns 0, or -1 from the tenth on
- * that comes without a pause of 3 seconds: time to give up. */
+/* Records a loss of sync that the caller's framing has found. They are counted in windows of 2
+ * seconds: the first call begins one, and so does a call when the last one is over. Returns 0, or -1
+ * from the tenth call of a window on: time to give up. Once it has, each later call returns -1. */
 KORVA_API int tsan_alert_lostsync(tsan_t ctx);
 
 /* Looks for tracks that have received no packet so far and reports each; call it at the end, before
