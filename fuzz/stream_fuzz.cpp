@@ -145,9 +145,10 @@ void report(tsan_t ctx, FILE *out) {
 
 } // namespace
 
-void set_now(timespec *ts) {
+bool set_now(timespec *ts) {
   ++g_clock_ms;
   *ts = {.tv_sec = 1 + g_clock_ms / 1000, .tv_nsec = g_clock_ms % 1000 * 1000000};
+  return true;
 }
 
 time_t wall_seconds() {

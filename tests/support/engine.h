@@ -15,7 +15,7 @@
 #include "support/ts_builder.h"
 #include "tsanalyze/ctx.h"
 
-extern timespec test_now;   // monotonic time, for set_now(); at first 100 s
+extern timespec test_now;   // monotonic time, for set_now(); at first 100 s; negative: no clock
 extern time_t test_seconds; // wall-clock time, for wall_seconds(); at first 1000
 
 class engine {

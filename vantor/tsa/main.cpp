@@ -24,9 +24,6 @@ LOG_MODULE(0);
 
 namespace {
 
-// Of the analyzer: a packet does not begin with the sync byte.
-enum { OUT_OF_SYNC = -1 };
-
 volatile sig_atomic_t g_quit;
 
 // What a run holds.
@@ -131,7 +128,7 @@ int analyze_block(run_state &run, std::span<const uint8_t> rest) {
       run.out.packet(rest.data());
     count_records(run, done.count);
     rest = rest.subspan(done.count * PKT_SIZE);
-    rc = done.code == OUT_OF_SYNC ? analyze_without_sync(run, rest) : done.code;
+    rc = done.code == TSAN_NO_SYNC ? analyze_without_sync(run, rest) : done.code;
   }
   return rc;
 }

@@ -2,8 +2,8 @@
 
 #include "log/statement.h"
 #include "tsanalyze/alert.h"
-#include "tsanalyze/clock.h"
 #include "tsanalyze/deliver.h"
+#include "tsanalyze/ending.h"
 #include "tsanalyze/ptag.h"
 #include "tsanalyze/tdiff.h"
 
@@ -88,8 +88,7 @@ void report_gap(tsan_ctx *tc, stream_info *stm, uint32_t pid, int32_t cc) {
   bool is_reset = false;
   int64_t elapsed_ms = 0;
   if (cc == 0 && reset_ms != 0) {
-    timespec now;
-    set_now(&now);
+    const timespec now = now_of(tc);
     if (state->ms0_tm.tv_sec != 0 || state->ms0_tm.tv_nsec != 0) {
       elapsed_ms = diff_ms(&state->ms0_tm, &now);
       is_reset = reset_ms <= elapsed_ms;

@@ -1,9 +1,7 @@
 #include "tsanalyze/clock.h"
 
-#include "timeop/timeop.h"
-
-void set_now(timespec *ts) {
-  set_clk_now(ts, CLOCK_MONOTONIC);
+bool set_now(timespec *ts) {
+  return clock_gettime(CLOCK_MONOTONIC, ts) == 0;
 }
 
 time_t wall_seconds() {

@@ -3,8 +3,8 @@
 
 #include <ctime>
 
-// Monotonic time now; a clock that cannot be read aborts the process.
-void set_now(timespec *ts);
+// Monotonic time now. False, with errno, when the clock cannot be read.
+bool set_now(timespec *ts);
 
 // Wall-clock second.
 time_t wall_seconds();

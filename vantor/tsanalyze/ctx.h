@@ -17,8 +17,15 @@ enum {
   MAX_PLACES = PLACE_STREAM + MAX_PMTS * MAX_NSTREAMS,
 };
 
-struct tsan_ctx {
+// What the caller has set; tsan_reset() leaves it alone.
+struct tsan_settings {
   tsan_config cfg;
+  tsan_readout readout;
+  const volatile sig_atomic_t *caller_stop; // see tsan_stop_on(); never null
+  bool survives;                            // see tsan_survive()
+};
+
+struct tsan_ctx : tsan_settings {
   uint32_t pmt_pid[MAX_PMTS]; // a 0 ends the list
   program_info pg[MAX_PMTS];
   size_t nprogs;
@@ -37,13 +44,13 @@ struct tsan_ctx {
   uint64_t ptotal;
   uint64_t atotal;
 
-  program_info *last_pg; // program of the last packet that had one, or null
-  uint64_t ptag_ptotal;  // ptotal when ptag was made
-  time_t idle_notice_tm; // wall-clock second of the last idle notice
-  time_t lostsync_start; // wall-clock second at which the lost-sync window began
-  size_t lostsync_count; // cases in that window
-  tsan_readout readout;
-  const volatile sig_atomic_t *stop; // see tsan_stop_on(); never null
+  program_info *last_pg;             // program of the last packet that had one, or null
+  uint64_t ptag_ptotal;              // ptotal when ptag was made
+  time_t idle_notice_tm;             // wall-clock second of the last idle notice
+  time_t lostsync_start;             // wall-clock second at which the lost-sync window began
+  size_t lostsync_count;             // cases in that window
+  const volatile sig_atomic_t *stop; // caller_stop or, once that is set, &ended
+  sig_atomic_t ended;                // what tsan_process() returns from now on, 0 = it goes on
   dgram_info places[MAX_PLACES];   // an entry is only ever filled with the same, so dat stays good
   const dgram_info *pids[TS_PIDS]; // what each PID carries now (pids.h)
   uint16_t carriers[MAX_PLACES];   // PIDs that carry something, some of them twice

@@ -16,6 +16,7 @@
 #include "tassert/tassert.h"
 #include "tsanalyze/alert.h"
 #include "tsanalyze/deliver.h"
+#include "tsanalyze/ending.h"
 #include "tsanalyze/ndat.h"
 #include "tsanalyze/pids.h"
 #include "tsanalyze/ptag.h"
@@ -142,7 +143,8 @@ bool merge_PATs(tsan_ctx *tc, unsigned last) {
     merge_pid(tc, *lists, walk.pid);
   compact_pids(tc, *lists);
 
-  TASSERT_AS(lists->count < MAX_PMTS, "tc->nprogs < MAX_PMTS");
+  if (!TABLE_HOLDS_AS(tc, lists->count < MAX_PMTS, "tc->nprogs < MAX_PMTS"))
+    return true;
   lists->pid[lists->count] = 0;
   const bool is_diff = lists->added != 0 || lists->deleted != 0;
   if (!is_diff && std::ranges::equal(std::span(lists->pid, MAX_PMTS), tc->pmt_pid))
@@ -183,7 +185,8 @@ void process_PAT(tsan_ctx *tc, psi_section *sec) {
       break;
     }
     tc->pmt_pid[tc->nprogs] = walk.pid;
-    TASSERT(tc->pmt_pid[tc->nprogs]);
+    if (!TABLE_HOLDS(tc, tc->pmt_pid[tc->nprogs]))
+      return;
     // Shown is the entry at the program's index in its section; from section 1 on it is not its
     // own.
     LOG(g_log, INFO_level, "[%s] PRG[%zu] pmt[%u] pid=%u at %s\n", tc->cfg.source, tc->nprogs,
@@ -192,7 +195,8 @@ void process_PAT(tsan_ctx *tc, psi_section *sec) {
   }
   LOG(g_log, DEBUG_level, "%s: [%s] %zu programs read from PAT (%u sections) at %s\n", __func__,
       tc->cfg.source, tc->nprogs, last + 1, ptag(tc));
-  TASSERT(tc->nprogs);
+  if (!TABLE_HOLDS(tc, tc->nprogs))
+    return;
   pids_rebuild(tc);
 }
 

@@ -13,9 +13,9 @@
 
 #include "log/statement.h"
 #include "syswrap/syswrap.h"
-#include "tassert/tassert.h"
 #include "tsanalyze/alert.h"
 #include "tsanalyze/deliver.h"
+#include "tsanalyze/ending.h"
 #include "tsanalyze/ndat.h"
 #include "tsanalyze/pids.h"
 #include "tsanalyze/ptag.h"
@@ -99,7 +99,8 @@ void process_PMT(tsan_ctx *tc, psi_section *sec, uint32_t pid) {
   pg->pcr_pid = pmt_get_pcrpid(sec->data);
   LOG(g_log, INFO_level, "[%s] PMT lists PCR pid=%u at %s\n", tc->cfg.source, pg->pcr_pid,
       ptag(tc));
-  TASSERT(prog(tc)->pcr_pid);
+  if (!TABLE_HOLDS(tc, prog(tc)->pcr_pid))
+    return;
 
   size_t added = 0;
   for_each_es(sec, [&](const uint8_t *es) { added += add_pmt_stream(tc, es) >= 0; });
@@ -157,6 +158,10 @@ void update_PMT(tsan_ctx *tc, psi_section *sec, uint32_t pid) {
 
   pg->nstreams = 0;
   process_PMT(tc, sec, pid);
+  if (tc->ended == TSAN_BAD_TABLE) { // the report shows what was there
+    pg->nstreams = old_count;
+    return;
+  }
 
   size_t matches = 0;
   for (size_t i = 0; i < pg->nstreams; ++i) {

@@ -8,8 +8,9 @@
  * Records begin with their size in bytes as the library was built; later versions add fields at the
  * end. A record and the texts in it are valid during the call only. Callbacks run on the thread
  * that calls tsan_process(), tsan_next_seg(), tsan_check_ndat() or tsan_alert_lostsync(), after the
- * alert's log lines and before its counter is raised (of LOST-SYNC: after); they must not throw, nor
- * call an operation that changes the context. Without a read-out nothing is made and nothing costs. */
+ * alert's log lines and before its counter is raised (of LOST-SYNC: after); they must not throw,
+ * nor call an operation that changes the context, but for tsan_stop(). Without a read-out nothing
+ * is made and nothing costs. */
 #ifndef VANTOR_TSANALYZE_READOUT_H
 #define VANTOR_TSANALYZE_READOUT_H
 

@@ -5,6 +5,7 @@
 #include "misc/aval.h"
 #include "tsanalyze/clock.h"
 #include "tsanalyze/ctx.h"
+#include "tsanalyze/ending.h"
 #include "tsanalyze/pmt.h"
 #include "tsanalyze/tdiff.h"
 
@@ -13,8 +14,9 @@ LOG_MODULE(0);
 namespace {
 
 void log_global_stats(tsan_ctx *tc) {
+  const timespec now = now_of(tc);
   LOG(g_access_log, MIN_level, "STAT GLOBAL %s %ld %zu %lu %lu %lu %lu\n", tc->cfg.source,
-      diff_ms(&tc->start_tm, nullptr), tc->nprogs, tc->pre_skipped, tc->gac.lost_sync,
+      diff_ms(&tc->start_tm, &now), tc->nprogs, tc->pre_skipped, tc->gac.lost_sync,
       tc->gac.pat_diff, tc->gac.cc_mlr);
 }
 

@@ -1,19 +1,9 @@
 #include "tsanalyze/tdiff.h"
 
 #include "timeop/timeop.h"
-#include "tsanalyze/clock.h"
-
-static timespec given_or_now(const timespec *ts) {
-  timespec now;
-  if (!ts)
-    set_now(&now);
-  return ts ? *ts : now;
-}
 
 void tspec_diff(const timespec *a, const timespec *b, timespec *out) {
-  const timespec ta = given_or_now(a);
-  const timespec tb = given_or_now(b);
-  *out = timespec_less(ta, tb) ? timespec_sub(tb, ta) : timespec_sub(ta, tb);
+  *out = timespec_less(*a, *b) ? timespec_sub(*b, *a) : timespec_sub(*a, *b);
 }
 
 long diff_ms(const timespec *a, const timespec *b) {

@@ -3,7 +3,7 @@
 
 #include <ctime>
 
-// Absolute difference into `out`; a null `a` or `b` stands for now.
+// Absolute difference into `out`.
 void tspec_diff(const timespec *a, const timespec *b, timespec *out);
 
 // The same in whole milliseconds.

@@ -13,6 +13,7 @@
 #include "tsanalyze/clock.h"
 #include "tsanalyze/ctx.h"
 #include "tsanalyze/deliver.h"
+#include "tsanalyze/ending.h"
 #include "tsanalyze/ndat.h"
 #include "tsanalyze/pids.h"
 #include "tsanalyze/ptag.h"
@@ -21,8 +22,6 @@
 LOG_MODULE(0);
 
 namespace {
-
-enum { IDLE = -16, OUT_OF_SYNC = -1 };
 
 // Seconds.
 enum : time_t { IDLE_NOTICE_PAUSE = 10, LOSTSYNC_WINDOW = 2 };
@@ -47,13 +46,13 @@ enum : size_t { LOSTSYNC_MAX = 9 };
     tc->idle_notice_tm = now;
   }
   read_out(tc, TSAN_IDLE, nullptr, 0, [](tsan_alert &) {});
-  return IDLE;
+  return TSAN_GAVE_UP;
 }
 
 void begin_packet(tsan_ctx *tc, ts_pkt pkt) {
   setup_dat(tc, ts_pid(pkt));
   if (tc->ptotal == 0) [[unlikely]]
-    set_now(&tc->start_tm);
+    tc->start_tm = now_of(tc);
   ++tc->last_pkt_idx;
   ++tc->ptotal;
 }
@@ -69,6 +68,27 @@ void begin_packet(tsan_ctx *tc, ts_pkt pkt) {
 
 } // namespace
 
+// A context that is all zeros, but for its settings, gets ready for its first packet.
+static void begin_run(tsan_ctx *tc) {
+  for (program_info &pg : tc->pg)
+    pg.ref_idx = pg.pcr_idx = -1;
+  psi_block_init(&tc->pat);
+  tc->ndat_pcount = tc->cfg.max_ndat_pcount;
+  pids_init(tc);
+  setup_dat(tc, PID_PAT); // of no program, as long as there is no packet
+}
+
+// Gives back what a context owns outside of itself.
+static void release_tables(tsan_ctx *tc) {
+  // Of all programs, since a merged PAT can have brought their number down.
+  for (program_info &pg : tc->pg)
+    close_ctxt(&pg.txt_pmt);
+  psi_block_free(&tc->pat);
+  if (tc->new_pat)
+    psi_block_free(tc->new_pat);
+  free(tc->new_pat);
+}
+
 tsan_t tsan_init(const char *src, const tsan_config *cfg, int *err) {
   auto *tc = static_cast<tsan_ctx *>(W_calloc(__func__, 1, sizeof(tsan_ctx)));
   if (!tc) {
@@ -80,16 +100,20 @@ tsan_t tsan_init(const char *src, const tsan_config *cfg, int *err) {
   if (src)
     strncpy(tc->cfg.source, src, sizeof tc->cfg.source - 1);
   tc->cfg.source[sizeof tc->cfg.source - 1] = '\0';
-  for (program_info &pg : tc->pg)
-    pg.ref_idx = pg.pcr_idx = -1;
-  psi_block_init(&tc->pat);
-  tc->ndat_pcount = tc->cfg.max_ndat_pcount;
   tsan_stop_on(tc, nullptr);
-  pids_init(tc);
-  setup_dat(tc, PID_PAT); // of no program, as long as there is no packet
+  begin_run(tc);
   LOG(g_log, DEBUG_level, "%s: tsan[%s] (%p) created\n", __func__, tc->cfg.source,
       static_cast<void *>(tc));
   return tc;
+}
+
+void tsan_reset(tsan_t ctx) {
+  release_tables(ctx);
+  const tsan_settings settings = *ctx;
+  memset(static_cast<void *>(ctx), 0, sizeof *ctx);
+  static_cast<tsan_settings &>(*ctx) = settings;
+  ctx->stop = ctx->caller_stop;
+  begin_run(ctx);
 }
 
 void tsan_free(tsan_t ctx) {
@@ -97,47 +121,56 @@ void tsan_free(tsan_t ctx) {
     return;
   LOG(g_log, DEBUG_level, "%s: freeing up tsan[%s] (%p)\n", __func__, ctx->cfg.source,
       static_cast<void *>(ctx));
-  // Of all programs, since a merged PAT can have brought their number down.
-  for (program_info &pg : ctx->pg)
-    close_ctxt(&pg.txt_pmt);
-  psi_block_free(&ctx->pat);
-  if (ctx->new_pat)
-    psi_block_free(ctx->new_pat);
-  free(ctx->new_pat);
+  release_tables(ctx);
   explicit_bzero(ctx, sizeof *ctx);
   free(ctx);
 }
 
 int tsan_process(tsan_t ctx, const uint8_t *bytes) {
+  if (ctx->ended != 0)
+    return ctx->ended;
   const ts_pkt pkt = ts_read(bytes);
   begin_packet(ctx, pkt);
   if (!ts_in_sync(pkt)) {
     LOG(g_log, ERR_level, "%s: [%s] out of sync at %s\n", __func__, ctx->cfg.source, ptag(ctx));
     read_out(ctx, TSAN_OUT_OF_SYNC, nullptr, 0, [](tsan_alert &) {});
-    return OUT_OF_SYNC;
+    return TSAN_NO_SYNC;
   }
-  return process_in_sync(ctx, pkt);
+  const int code = process_in_sync(ctx, pkt);
+  return ctx->ended != 0 ? ctx->ended : code;
 }
 
 [[gnu::noinline]] tsan_many tsan_process_many(tsan_t ctx, const uint8_t *bytes, size_t count,
                                               size_t stride) {
-  for (size_t i = 0; i < count; ++i, bytes += stride) {
+  size_t i = 0;
+  for (; i < count; ++i, bytes += stride) {
     __builtin_prefetch(bytes + FETCH_FAR * stride, 0, 2);
     __builtin_prefetch(bytes + FETCH_NEAR * stride);
     const ts_pkt pkt = ts_read(bytes);
     if (*ctx->stop != 0)
-      return {i, 0};
+      break;
     if (!ts_in_sync(pkt))
-      return {i, OUT_OF_SYNC};
+      return {i, TSAN_NO_SYNC};
     begin_packet(ctx, pkt);
     if (const int code = process_in_sync(ctx, pkt))
       return {i, code};
   }
-  return {count, 0};
+  // The packet that ended the run, if one of these did, is the last one.
+  return ctx->ended == 0 ? tsan_many{i, 0} : tsan_many{i - (i != 0), ctx->ended};
 }
 
 void tsan_stop_on(tsan_t ctx, const volatile sig_atomic_t *flag) {
-  ctx->stop = flag ? flag : &never;
+  ctx->caller_stop = flag ? flag : &never;
+  if (ctx->ended == 0)
+    ctx->stop = ctx->caller_stop;
+}
+
+void tsan_stop(tsan_t ctx) {
+  end_run(ctx, TSAN_STOPPED);
+}
+
+void tsan_survive(tsan_t ctx, bool survives) {
+  ctx->survives = survives;
 }
 
 uint64_t tsan_get_pidx(tsan_t ctx) {

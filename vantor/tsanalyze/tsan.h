@@ -24,12 +24,12 @@
  * Pointers must not be null where nothing is said of it. No operation throws, or changes a signal.
  *
  * Four conditions in the tables of a stream end the whole process through an assertion, in every
- * build: a first PAT that lists PID 0 or no program at all (also the next PAT after one that emptied
- * the list), a later PAT, not the same as the first, with which there are more than 31 PMT PIDs (also
- * when there were 32 before), and a PMT whose PCR_PID is 0. The C library's message of a failed
- * assertion goes to standard error, then abort(3) is called; what was found before is on its stream.
- * A host that has to outlive such a stream analyzes it in a process of its own. A system clock that
- * cannot be read ends the process in the same way. */
+ * build: a first PAT that lists PID 0 or no program at all (also the next PAT after one that
+ * emptied the list), a later PAT, not the same as the first, with which there are more than 31 PMT
+ * PIDs (also when there were 32 before), and a PMT whose PCR_PID is 0. The C library's message of a
+ * failed assertion goes to standard error, then abort(3) is called; what was found before is on its
+ * stream. A system clock that cannot be read ends the process in the same way. tsan_survive() makes
+ * all of this a result of tsan_process() instead. */
 #ifndef VANTOR_TSANALYZE_TSAN_H
 #define VANTOR_TSANALYZE_TSAN_H
 
@@ -96,17 +96,45 @@ KORVA_API tsan_t tsan_init(const char *src, const tsan_config *cfg, int *err);
 /* Releases a context; null: nothing. */
 KORVA_API void tsan_free(tsan_t ctx);
 
+/* Puts a context back to where it was behind tsan_init(). Settings, read-out and what
+ * tsan_survive() and tsan_stop_on() have set stay. Not to be called by a callback of this context.
+ */
+KORVA_API void tsan_reset(tsan_t ctx);
+
+/* What came of a packet. Later versions can add results: whatever is not 0 is an end. */
+typedef enum tsan_result {
+  TSAN_OK = 0,         /* go on */
+  TSAN_NO_SYNC = -1,   /* the packet does not begin with the sync byte */
+  TSAN_STOPPED = -4,   /* tsan_stop() was called */
+  TSAN_NO_CLOCK = -5,  /* the clock cannot be read (only with tsan_survive()) */
+  TSAN_GAVE_UP = -16,  /* nothing could be analyzed within max_skip_pkts packets */
+  TSAN_BAD_TABLE = -74 /* one of the four conditions named on top (only with tsan_survive()) */
+} tsan_result;
+
+/* Name of a result: "OK", "NO-SYNC", "STOPPED", "NO-CLOCK", "GAVE-UP", "BAD-TABLE"; null for a
+ * number that is none. */
+KORVA_API const char *tsan_result_name(int result);
+
 /* Analyzes one packet of 188 bytes, in place, at any alignment; nothing of it is kept. Any content
- * is safe, but for the four conditions named on top. Returns 0 to go on, -1 when the packet does
- * not begin with the sync byte, -16 when nothing could be analyzed within max_skip_pkts packets.
- * After a result other than 0 the context still serves for the closing report. */
+ * is safe, but for the four conditions named on top. Returns a tsan_result. After one other than 0
+ * the context still serves for the closing report. TSAN_STOPPED, TSAN_NO_CLOCK and TSAN_BAD_TABLE
+ * stay: later packets are not looked at, and give the same result, until tsan_reset(). */
 KORVA_API int tsan_process(tsan_t ctx, const uint8_t *bytes);
+
+/* Whether this context outlives the four conditions named on top and a clock that cannot be read:
+ * the run then ends with TSAN_BAD_TABLE or TSAN_NO_CLOCK, behind the packet that brought it, and a
+ * line of KORVA_ERR in the application log says why. False at first: they end the process. */
+KORVA_API void tsan_survive(tsan_t ctx, bool survives);
+
+/* Ends the run, with TSAN_STOPPED. Callbacks may call it for their own context: the packet at hand
+ * is analyzed to its end. */
+KORVA_API void tsan_stop(tsan_t ctx);
 
 /* What became of packets handed over together. */
 typedef struct tsan_many {
   size_t count; /* packets of which tsan_process() would have returned 0 */
-  int code;     /* what ended it, as of tsan_process(); 0 = the last packet, or tsan_stop_on() */
-} tsan_many;
+  int code;     /* the tsan_result that ended it; 0 = the last packet, or tsan_stop_on() */
+} tsan_many;    /* its layout is fixed */
 
 /* Analyzes `count` packets, each `stride` bytes (188 or more) behind the one before: as as many
  * calls of tsan_process(), but faster, since bytes ahead are prefetched, also a little behind the
@@ -130,8 +158,9 @@ KORVA_API uint64_t tsan_get_pidx(tsan_t ctx);
 KORVA_API void tsan_set_pidx(tsan_t ctx, uint64_t idx);
 
 /* Records a loss of sync that the caller's framing has found. They are counted in windows of 2
- * seconds: the first call begins one, and so does a call when the last one is over. Returns 0, or -1
- * from the tenth call of a window on: time to give up. Once it has, each later call returns -1. */
+ * seconds: the first call begins one, and so does a call when the last one is over. Returns 0, or
+ * -1 from the tenth call of a window on: time to give up. Once it has, each later call returns -1.
+ */
 KORVA_API int tsan_alert_lostsync(tsan_t ctx);
 
 /* Looks for tracks that have received no packet so far and reports each; call it at the end, before
