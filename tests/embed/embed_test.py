@@ -83,6 +83,10 @@ for compiler, language in ("cc", ["-std=c11"]), ("c++", ["-x", "c++", "-std=c++2
             *flags, *[l[1:] for l in link])
         run("./host", "damaged.ts", env={**os.environ, "LD_LIBRARY_PATH": str(library.parent)})
 
+# A program that knows the records as they were at first.
+run("cc", "-std=c11", *STRICT, root / "tests/embed/earlier.c", "-o", "earlier", library)
+run("./earlier", "damaged.ts", env={**os.environ, "LD_LIBRARY_PATH": str(library.parent)})
+
 # The examples, built with the CMake package. A lost datagram hits two streams alike.
 run("cmake", "-S", prefix / "share/doc/korva/examples", "-B", "examples", "-D",
     f"CMAKE_PREFIX_PATH={prefix}")

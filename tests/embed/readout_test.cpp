@@ -8,8 +8,17 @@
 
 TEST(readout, records_are_as_long_as_the_caller_knows_them) {
   engine e;
-  const tsan_readout readout = {sizeof readout + 1, nullptr, nullptr, nullptr, false};
-  EXPECT_EQ(tsan_set_readout(e, &readout), EINVAL);
+  struct {
+    tsan_readout known;
+    void *unknown;
+  } readout = {{sizeof readout, nullptr, nullptr, nullptr, true}, &e}; // a later version's
+  EXPECT_EQ(tsan_set_readout(e, &readout.known), 0);
+  EXPECT_TRUE(e->readout.measure_all);
+  readout.known.size = offsetof(tsan_readout, measure_all);
+  EXPECT_EQ(tsan_set_readout(e, &readout.known), 0);
+  EXPECT_FALSE(e->readout.measure_all);
+  readout.known.size = sizeof(size_t) - 1;
+  EXPECT_EQ(tsan_set_readout(e, &readout.known), EINVAL);
   e.start().s.data(102);
   e.run();
   tsan_stats stats = {};
@@ -20,7 +29,14 @@ TEST(readout, records_are_as_long_as_the_caller_knows_them) {
   stats.size = sizeof stats;
   EXPECT_EQ(tsan_get_stats(e, &stats), 0);
   EXPECT_EQ(std::tie(stats.processed, stats.analyzed), std::make_tuple(3u, 1u));
-  stats.size = sizeof stats + 1;
+  struct {
+    tsan_stats known;
+    uint64_t unknown;
+  } later = {{}, 77};
+  later.known.size = sizeof later;
+  EXPECT_EQ(tsan_get_stats(e, &later.known), 0);
+  EXPECT_EQ(std::tie(later.known.processed, later.unknown), std::make_tuple(3u, 0u));
+  stats.size = 0x7f0000000000; // never set
   EXPECT_EQ(tsan_get_stats(e, &stats), EINVAL);
   tsan_program_stats program = {};
   program.size = sizeof program;
@@ -31,4 +47,59 @@ TEST(readout, records_are_as_long_as_the_caller_knows_them) {
   EXPECT_EQ(tsan_get_stream_stats(e, 0, 1, &stream), 0);
   EXPECT_EQ(tsan_get_stream_stats(e, 0, 2, &stream), EINVAL);
   EXPECT_EQ(tsan_get_stream_stats(e, 1, 0, &stream), EINVAL);
+}
+
+TEST(readout, tells_numbers_of_programs_and_alerts_of_streams) {
+  engine e;
+  e.cfg.max_pcr_delta = e.cfg.max_pdts_delta = e.cfg.pcr_freq_ms = 1;
+  e.s.pat({{7, 100}, {8, 200}}, {.id = 55});
+  e.s.pmt(100, {.program = 7, .pcr_pid = 101, .es = {{0x1b, 101}, {0x0f, 102}}});
+  e.s.pat({{8, 200}, {9, 100}}, {.id = 56, .version = 1}); // another number of the same program
+  e.s.pcr(101, 9000);
+  e.s.pes(101, {.pts = 18000});
+  e.s.pcr(101, 18000);
+  e.s.lose(102).data(102);
+  e.s.lose(102).pes(102, {.pts = 90000});
+  std::vector<uint32_t> numbers;
+  const auto note = [](void *to, const tsan_alert *alert) {
+    if (TSAN_HAS(alert, program_number))
+      static_cast<std::vector<uint32_t> *>(to)->push_back(alert->program_number);
+  };
+  const tsan_readout readout = {sizeof readout, &numbers, note, nullptr, false};
+  tsan_set_readout(e, &readout);
+  e.run();
+  EXPECT_EQ(numbers, (std::vector<uint32_t>{9, 9, 9, 9}));
+  tsan_stats stats = {};
+  stats.size = sizeof stats;
+  tsan_get_stats(e, &stats);
+  tsan_program_stats program = {};
+  program.size = sizeof program;
+  tsan_get_program_stats(e, 1, &program);
+  EXPECT_EQ(std::tie(stats.transport_stream_id, program.program_number), std::make_tuple(56u, 8u));
+  tsan_stream_stats video = {}, audio = {};
+  video.size = audio.size = sizeof video;
+  tsan_get_stream_stats(e, 0, 0, &video);
+  tsan_get_stream_stats(e, 0, 1, &audio);
+  EXPECT_EQ(std::tie(video.pcr_freq, video.cc_brk, video.pcr_delta), std::make_tuple(1u, 0u, 0u));
+  EXPECT_EQ(std::tie(audio.cc_brk, audio.pcr_delta, audio.av_delta_plus, audio.pcr_freq),
+            std::make_tuple(1u, 1u, 1u, 0u));
+}
+
+TEST(readout, averages_have_what_is_measured_without_a_threshold) {
+  engine e;
+  const tsan_readout readout = {sizeof readout, nullptr, nullptr, nullptr, true};
+  tsan_set_readout(e, &readout);
+  e.start().s.pcr(101, 9000);
+  e.s.pes(101, {.pts = 18000});
+  e.s.pcr(101, 18000);
+  e.s.pes(102, {.pts = 90000});
+  e.run();
+  tsan_program_stats program = {};
+  program.size = sizeof program;
+  tsan_get_program_stats(e, 0, &program);
+  EXPECT_EQ(
+      std::tie(program.pcr_interval.total, program.stamp_to_pcr.total, program.audio_to_ref.g_max),
+      std::make_tuple(100u, 800u, 800u));
+  tsan_alog_stats(e);
+  EXPECT_EQ(e.run().find("-delta"), std::string::npos);
 }

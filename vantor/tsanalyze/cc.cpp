@@ -45,6 +45,7 @@ void alert_cc_break(tsan_ctx *tc, uint32_t pid, int32_t last, int32_t current) {
     a.current_cc = current;
   });
   ++pg->alert.cc_break;
+  ++alerts_of(tc, pg, tc->dat->stream).cc_break;
   save_cca(tc, pid, last, current);
 }
 
@@ -61,6 +62,7 @@ void alert_cc_rst(tsan_ctx *tc, uint32_t pid, int32_t last, int32_t current, int
     a.elapsed_ms = elapsed_ms;
   });
   ++pg->alert.cc_reset;
+  ++alerts_of(tc, pg, tc->dat->stream).cc_reset;
   save_cca(tc, pid, last, current);
 }
 

@@ -26,7 +26,9 @@ struct tsan_settings {
 };
 
 struct tsan_ctx : tsan_settings {
-  uint32_t pmt_pid[MAX_PMTS]; // a 0 ends the list
+  uint32_t pmt_pid[MAX_PMTS];        // a 0 ends the list
+  uint16_t program_number[MAX_PMTS]; // of each of these, as the last PAT that lists it has it
+  uint16_t transport_stream_id;      // of the last PAT
   program_info pg[MAX_PMTS];
   size_t nprogs;
   const dgram_info *dat; // where the current packet belongs
@@ -55,6 +57,8 @@ struct tsan_ctx : tsan_settings {
   const dgram_info *pids[TS_PIDS]; // what each PID carries now (pids.h)
   uint16_t carriers[MAX_PLACES];   // PIDs that carry something, some of them twice
   size_t ncarriers;
+  // In the order of pg and stm; last, since most of it is never touched (tsan_free()).
+  stream_alert_count stream_alerts[MAX_PMTS][MAX_NSTREAMS];
 };
 
 // It is allocated zeroed and overwritten with zeros at the end.
@@ -63,6 +67,11 @@ static_assert(std::is_trivial_v<tsan_ctx>);
 // Program of the current packet.
 inline program_info *prog(tsan_ctx *tc) {
   return tc->dat->program;
+}
+
+// Alerts of a stream of `pg`.
+inline stream_alert_count &alerts_of(tsan_ctx *tc, const program_info *pg, const stream_info *stm) {
+  return tc->stream_alerts[pg - tc->pg][stm - pg->stm];
 }
 
 // Program that counts as the current one: the packet's own or, for a packet of no program, that of

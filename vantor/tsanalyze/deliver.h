@@ -31,14 +31,15 @@ struct measured {
 void read_out_sample(tsan_ctx *tc, const measured &what, uint64_t ms, bool is_checked);
 
 // Takes a sample into a running average of the current program, and delivers it.
-inline void take_sample(tsan_ctx *tc, aggr_val *av, const measured &what, uint64_t ms) {
+inline void take_sample(tsan_ctx *tc, aggr_val *av, const measured &what, uint64_t ms,
+                        bool is_checked = true) {
   inc_aval(av, ms);
   if (tc->readout.on_sample) [[unlikely]]
-    read_out_sample(tc, what, ms, true);
+    read_out_sample(tc, what, ms, is_checked);
 }
 
-// True when what has no threshold is to be measured all the same. Such a measurement changes
-// nothing in the context.
+// True when what has no threshold is to be measured all the same. Its averages are for the
+// read-out: nothing prints those of a check that is off.
 inline bool measures_all(const tsan_ctx *tc) {
-  return tc->readout.measure_all && tc->readout.on_sample && tc->cfg.is_enabled;
+  return tc->readout.measure_all && tc->cfg.is_enabled;
 }

@@ -20,6 +20,7 @@ void alert_ndat_pcount(tsan_ctx *tc, size_t ipg, size_t istm, uint32_t pid) {
               istm, pid, ptag(tc));
   alert_terse(tc, "ALERT PID-NDAT %s %u %zu %zu %s\n", tc->cfg.source, pid, ipg, istm, ptag(tc));
   read_out(tc, TSAN_PID_NDAT, &tc->pg[ipg], pid, [&](tsan_alert &a) { a.track = istm; });
+  ++tc->stream_alerts[ipg][istm].pid_ndat;
   program_info *pg = current_pg(tc);
   ++(pg ? pg : &tc->pg[ipg])->alert.pid_ndat;
 }

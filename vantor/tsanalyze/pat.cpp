@@ -33,6 +33,7 @@ struct program_walk {
   unsigned next_index = 0;
   unsigned index = 0; // of the current program in its section
   uint32_t pid = 0;   // its PMT PID
+  uint16_t number = 0;
 
   bool next() {
     for (; section <= last; ++section, next_index = 0) {
@@ -44,6 +45,7 @@ struct program_walk {
         continue;
       index = next_index++;
       pid = patn_get_pid(program);
+      number = patn_get_program(program);
       return true;
     }
     return false;
@@ -160,6 +162,21 @@ bool merge_PATs(tsan_ctx *tc, unsigned last) {
   return true;
 }
 
+// Notes what a PAT calls the programs that are known by their PMT PIDs, and the stream itself.
+void note_numbers(tsan_ctx *tc, psi_block *psi, unsigned last) {
+  tc->transport_stream_id = psi_get_tableidext(psi_table_get_section(psi->sec, 0));
+  bool noted[MAX_PMTS] = {}; // a PID can be listed for several programs
+  for (program_walk walk{psi, last}; walk.next();) {
+    for (size_t i = 0; i < tc->nprogs; ++i) {
+      if (noted[i] || tc->pmt_pid[i] != walk.pid)
+        continue;
+      noted[i] = true;
+      tc->program_number[i] = walk.number;
+      break;
+    }
+  }
+}
+
 void free_new_pat(tsan_ctx *tc) {
   psi_block_free(tc->new_pat);
   free(tc->new_pat);
@@ -197,6 +214,7 @@ void process_PAT(tsan_ctx *tc, psi_section *sec) {
       tc->cfg.source, tc->nprogs, last + 1, ptag(tc));
   if (!TABLE_HOLDS(tc, tc->nprogs))
     return;
+  note_numbers(tc, &tc->pat, last);
   pids_rebuild(tc);
 }
 
@@ -221,9 +239,11 @@ void another_PAT(tsan_ctx *tc, psi_section *sec) {
   if (tc->cfg.trk.pat_pmt_pkt)
     LOG(g_log, INFO_level, "%s: new PAT ready for comparison at %s\n", __func__, ptag(tc));
   const bool is_equal = psi_table_compare(tc->pat.sec, tc->new_pat->sec);
-  if (!is_equal && merge_PATs(tc, psi_get_lastsection(sec->data)))
+  const unsigned last = psi_get_lastsection(sec->data);
+  if (!is_equal && merge_PATs(tc, last))
     tc->seen_pat.size = 0; // what changed nothing before can do so now
   else if (is_first_section)
     remember_section(&tc->seen_pat, sec);
+  note_numbers(tc, tc->new_pat, last);
   free_new_pat(tc);
 }

@@ -155,6 +155,8 @@ void update_PMT(tsan_ctx *tc, psi_section *sec, uint32_t pid) {
   if (!old)
     return;
   std::copy_n(pg->stm, old_count, old.get());
+  stream_alert_count old_alerts[MAX_NSTREAMS];
+  std::copy_n(&alerts_of(tc, pg, pg->stm), old_count, old_alerts);
 
   pg->nstreams = 0;
   process_PMT(tc, sec, pid);
@@ -169,6 +171,7 @@ void update_PMT(tsan_ctx *tc, psi_section *sec, uint32_t pid) {
     if (k < 0)
       continue;
     copy_stm_stats(&pg->stm[i], &old.get()[k]);
+    alerts_of(tc, pg, &pg->stm[i]) = old_alerts[k];
     ++matches;
     LOG(g_log, DEBUG_level, "%s: copied stats from old[%d] to new[%zu]\n", __func__,
         static_cast<int>(k), i);

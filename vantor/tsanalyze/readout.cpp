@@ -18,14 +18,25 @@ int program_index(const tsan_ctx *tc, const program_info *pg) {
   return pg ? static_cast<int>(pg - tc->pg) : -1;
 }
 
-// Copies a record out to a caller who may know an earlier, shorter version of it.
+// A size that was never set is most likely out of this range.
+bool is_record_size(size_t size) {
+  return size >= sizeof size && size <= 4096;
+}
+
+// Copies a record out to a caller who may know a shorter or a longer version of it.
 template <typename Record> int give_record(Record filled, Record *out) {
-  const size_t size = out->size;
-  if (size < sizeof out->size || size > sizeof filled)
+  const size_t size = out->size, known = std::min(size, sizeof filled);
+  if (!is_record_size(size))
     return EINVAL;
   filled.size = size;
-  memcpy(out, &filled, size);
+  auto *bytes = reinterpret_cast<uint8_t *>(out);
+  memcpy(bytes, &filled, known);
+  memset(bytes + known, 0, size - known);
   return 0;
+}
+
+uint32_t program_number(const tsan_ctx *tc, const program_info *pg) {
+  return pg ? tc->program_number[pg - tc->pg] : 0;
 }
 
 tsan_average average_of(const aggr_val &av) {
@@ -42,6 +53,7 @@ tsan_alert new_alert(tsan_ctx *tc, tsan_alert_kind kind, const program_info *pg,
   alert.pid = pid;
   alert.pkt_idx = tc->last_pkt_idx;
   alert.ptag = ptag(tc);
+  alert.program_number = program_number(tc, pg);
   if (const program_info *current = current_pg(tc))
     alert.last_pcr = current->last_pcr;
   return alert;
@@ -61,6 +73,7 @@ void read_out_sample(tsan_ctx *tc, const measured &what, uint64_t ms, bool is_ch
   sample.pcr = what.pcr;
   sample.stamp = what.stamp;
   sample.ref_stamp = what.ref_stamp;
+  sample.program_number = program_number(tc, prog(tc));
   tc->readout.on_sample(tc->readout.opaque, &sample);
 }
 
@@ -69,9 +82,10 @@ int tsan_set_readout(tsan_t ctx, const tsan_readout *readout) {
     ctx->readout = {};
     return 0;
   }
-  if (readout->size != sizeof *readout)
+  if (!is_record_size(readout->size))
     return EINVAL;
-  ctx->readout = *readout;
+  ctx->readout = {};
+  memcpy(&ctx->readout, readout, std::min(readout->size, sizeof *readout));
   return 0;
 }
 
@@ -88,7 +102,9 @@ int tsan_get_stats(tsan_t ctx, tsan_stats *stats) {
                       .programs = ctx->nprogs,
                       .lost_sync = ctx->gac.lost_sync,
                       .pat_diff = ctx->gac.pat_diff,
-                      .cc_mlr = ctx->gac.cc_mlr},
+                      .cc_mlr = ctx->gac.cc_mlr,
+                      .transport_stream_id = ctx->transport_stream_id,
+                      .result = ctx->ended},
                      stats);
 }
 
@@ -119,7 +135,8 @@ int tsan_get_program_stats(tsan_t ctx, size_t program, tsan_program_stats *stats
                       .audio_to_ref = average_of(pg.av_pdts_delta),
                       .stamp_to_pcr = average_of(pg.av_pcr_delta),
                       .pcr_interval = average_of(pg.av_pcr_freq),
-                      .listed_pid = ctx->pmt_pid[program]},
+                      .listed_pid = ctx->pmt_pid[program],
+                      .program_number = ctx->program_number[program]},
                      stats);
 }
 
@@ -127,12 +144,20 @@ int tsan_get_stream_stats(tsan_t ctx, size_t program, size_t stream, tsan_stream
   if (program >= ctx->nprogs || stream >= ctx->pg[program].nstreams)
     return EINVAL;
   const stream_info &stm = ctx->pg[program].stm[stream];
+  const stream_alert_count &alert = ctx->stream_alerts[program][stream];
   return give_record({.size = 0,
                       .pid = stm.pid,
                       .kind = stm.stype,
                       .type = stm.scode,
                       .name = streamtype_name(stm.scode),
                       .processed = stm.count,
-                      .analyzed = stm.count},
+                      .analyzed = stm.count,
+                      .cc_brk = alert.cc_break,
+                      .cc_rst = alert.cc_reset,
+                      .pcr_delta = alert.pcr_delta,
+                      .av_delta_plus = alert.av_deltaplus,
+                      .av_delta0 = alert.av_delta0,
+                      .pcr_freq = alert.pcr_freq,
+                      .pid_ndat = alert.pid_ndat},
                      stats);
 }

@@ -24,6 +24,13 @@ struct cc_alert_ctx {
   int32_t nmlr;  // multi-stream losses in the current datagram; -1 after a correct counter
 };
 
+// Alerts of a stream.
+struct stream_alert_count {
+  uint64_t cc_break, cc_reset;
+  uint64_t pcr_delta, av_delta0, av_deltaplus;
+  uint64_t pcr_freq, pid_ndat;
+};
+
 // A stream; what each of its packets touches comes first.
 struct stream_info {
   uint32_t pid;

@@ -55,7 +55,7 @@ ssize_t add_stream(tsan_ctx *tc, uint32_t pid, uint8_t scode) {
     return -1;
   }
 
-  // The counters of the position stay: a stream known before gets its own back right after.
+  // The packet counter of the position stays: a stream known before gets its own back right after.
   const auto n = static_cast<ssize_t>(pg->nstreams);
   stream_info &stm = pg->stm[n];
   stm.pid = pid;
@@ -63,6 +63,7 @@ ssize_t add_stream(tsan_ctx *tc, uint32_t pid, uint8_t scode) {
   stm.scode = scode;
   stm.last_pts = stm.last_dts = 0;
   stm.cc = {.value = -1, .ms0_tm = {}};
+  alerts_of(tc, pg, &stm) = {};
 
   if (pid == pg->pcr_pid) {
     pg->pcr_idx = n;

@@ -122,7 +122,7 @@ void tsan_free(tsan_t ctx) {
   LOG(g_log, DEBUG_level, "%s: freeing up tsan[%s] (%p)\n", __func__, ctx->cfg.source,
       static_cast<void *>(ctx));
   release_tables(ctx);
-  explicit_bzero(ctx, sizeof *ctx);
+  explicit_bzero(ctx, sizeof *ctx - sizeof ctx->stream_alerts);
   free(ctx);
 }
 

@@ -68,6 +68,7 @@ void dump_pcr_diff(tsan_ctx *tc, bool is_pts, uint64_t delta, const stream_info 
     a.delta_ms = delta;
   });
   ++pg->alert.pcr_delta;
+  ++alerts_of(tc, pg, stream).pcr_delta;
 }
 
 void dump_time_info(tsan_ctx *tc, tsan_alert_kind alert_kind, bool is_pts, uint64_t delta,
@@ -124,13 +125,14 @@ measured pcr_interval(const program_info *pg, uint64_t new_pcr) {
 }
 
 void measure_stamp(tsan_ctx *tc, bool is_pts, const stream_info *ref, const stream_info *stream) {
-  const program_info *pg = prog(tc);
+  program_info *pg = prog(tc);
   const uint64_t stamp = stamp_of(stream, is_pts);
   if (tc->cfg.max_pcr_delta == 0 && pg->got_pcr)
-    read_out_sample(tc, stamp_to_pcr(pg, is_pts, stream), distance_ms(pg->last_pcr, stamp), false);
+    take_sample(tc, &pg->av_pcr_delta, stamp_to_pcr(pg, is_pts, stream),
+                distance_ms(pg->last_pcr, stamp), false);
   if (tc->cfg.max_pdts_delta == 0 && ref && stamp_of(ref, is_pts) != 0)
-    read_out_sample(tc, audio_to_ref(pg, is_pts, ref, stream),
-                    distance_ms(stamp_of(ref, is_pts), stamp), false);
+    take_sample(tc, &pg->av_pdts_delta, audio_to_ref(pg, is_pts, ref, stream),
+                distance_ms(stamp_of(ref, is_pts), stamp), false);
 }
 
 } // namespace
@@ -163,9 +165,11 @@ void ck_tstamp(tsan_ctx *tc, bool is_pts, const stream_info *ref, const stream_i
   if (delta == 0 && ref_stamp != stamp) {
     dump_time_info(tc, TSAN_AV_DELTA0, is_pts, delta, ref, stream);
     ++pg->alert.av_delta0;
+    ++alerts_of(tc, pg, stream).av_delta0;
   } else if (delta > tc->cfg.max_pdts_delta) {
     dump_time_info(tc, TSAN_AV_DELTA_PLUS, is_pts, delta, ref, stream);
     ++pg->alert.av_deltaplus;
+    ++alerts_of(tc, pg, stream).av_deltaplus;
   }
 }
 
@@ -187,12 +191,14 @@ void pcr_freq_check(tsan_ctx *tc, uint64_t new_pcr) {
     a.delta_ms = delta;
   });
   ++pg->alert.pcr_freq;
+  ++alerts_of(tc, pg, tc->dat->stream).pcr_freq;
 }
 
 void measure_pcr_interval(tsan_ctx *tc, uint64_t new_pcr) {
-  const program_info *pg = prog(tc);
+  program_info *pg = prog(tc);
   const uint64_t ticks = calc_pcr_delta(pg->last_pcr, new_pcr, true);
-  read_out_sample(tc, pcr_interval(pg, new_pcr), static_cast<uint32_t>(ticks / 90), false);
+  take_sample(tc, &pg->av_pcr_freq, pcr_interval(pg, new_pcr), static_cast<uint32_t>(ticks / 90),
+              false);
 }
 
 // A checked stamp stays new until it has been held against the reference; here each counts once.

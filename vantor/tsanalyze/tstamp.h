@@ -17,8 +17,7 @@ void ck_tstamp(tsan_ctx *tc, bool is_pts, const stream_info *ref, const stream_i
 // Checks the interval from the program's last PCR to a new one: PCR-FREQ.
 void pcr_freq_check(tsan_ctx *tc, uint64_t new_pcr);
 
-// Measurements for the read-out of what has no threshold; nothing in the context changes. The
-// interval to a new PCR:
+// Measurements for the read-out of what has no threshold. The interval to a new PCR:
 void measure_pcr_interval(tsan_ctx *tc, uint64_t new_pcr);
 
 // The new stamps of an audio stream, in the packet that brought them:
