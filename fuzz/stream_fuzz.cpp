@@ -162,6 +162,10 @@ static void run(std::span<const uint8_t> input, const packet_list &packets) {
   tsan_t ctx = tsan_init(nullptr, &cfg, nullptr);
   if (input[3] & 8)
     set_readout(ctx);
+  if (input[3] & 16)
+    tsan_set_log(
+        ctx, [](void *, int, const char *, const char *) {}, nullptr);
+  tsan_survive(ctx, input[3] & 32);
   try {
     for (int round = 0; round < ROUNDS; ++round)
       analyze(ctx, packets, input[3] % 8);

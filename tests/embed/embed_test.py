@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
-"""Uses the installed library as an outside program would: embed_test.py ROOT BUILD KORVA
+"""Uses the installed library as an outside program would: embed_test.py ROOT BUILD KORVA [PREFIX]
 
-What is installed is used from a directory of its own: the program of docs/embedding.md and the
+Without PREFIX it is installed from BUILD. What is installed is used from a directory of its own: the program of docs/embedding.md and the
 examples are built there, with no path into the sources. Also: what the library exports is listed in
 exports.txt and documented in the headers, and each header stands alone.
 """
@@ -15,9 +15,9 @@ import sys
 import tempfile
 import time
 
-root, build, korva = (pathlib.Path(arg).resolve() for arg in sys.argv[1:])
+root, build, korva, *given = (pathlib.Path(arg).resolve() for arg in sys.argv[1:])
 os.chdir(work := pathlib.Path(tempfile.mkdtemp(prefix="korva-test-", dir=build)).resolve())
-prefix = work / "prefix"
+prefix = given[0] if given else work / "prefix"
 STRICT = ["-pedantic", "-Wall", "-Wextra", "-Werror"]
 
 
@@ -38,7 +38,8 @@ def check(ok, what):
         sys.exit(f"{what}: see {work}")
 
 
-run("cmake", "--install", build, "--prefix", prefix)
+if not given:
+    run("cmake", "--install", build, "--prefix", prefix)
 library = next(prefix.glob("**/libkorva.so.0.1"))
 headers = sorted((prefix / "include/korva").iterdir())
 os.environ.update(TZ="UTC", PKG_CONFIG_PATH=str(library.parent / "pkgconfig"))

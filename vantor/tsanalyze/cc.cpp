@@ -109,6 +109,7 @@ void trace_counter(tsan_ctx *tc, uint32_t pid, int32_t cc) {
 }
 
 void tsan_next_seg(tsan_t ctx) {
+  const lines_of lines(ctx);
   program_info *pg = prog(ctx);
   if (!pg)
     return;

@@ -3,6 +3,7 @@
 
 #include <type_traits>
 
+#include "log/log.h"
 #include "tsanalyze/readout.h"
 #include "tsanalyze/records.h"
 #include "tsanalyze/tsan.h"
@@ -23,6 +24,7 @@ struct tsan_settings {
   tsan_readout readout;
   const volatile sig_atomic_t *caller_stop; // see tsan_stop_on(); never null
   bool survives;                            // see tsan_survive()
+  log_taker taker;                          // see tsan_set_log(); takes nothing at first
 };
 
 struct tsan_ctx : tsan_settings {
@@ -63,6 +65,15 @@ struct tsan_ctx : tsan_settings {
 
 // It is allocated zeroed and overwritten with zeros at the end.
 static_assert(std::is_trivial_v<tsan_ctx>);
+
+// Has the context's lines go where its caller wants them, in the rest of a block.
+class lines_of {
+public:
+  explicit lines_of(const tsan_ctx *tc) : taking(tc->taker.take ? &tc->taker : nullptr) {}
+
+private:
+  log_taking taking;
+};
 
 // Program of the current packet.
 inline program_info *prog(tsan_ctx *tc) {

@@ -61,5 +61,6 @@ void check_pcount(tsan_ctx *tc, bool final) {
 }
 
 void tsan_check_ndat(tsan_t ctx) {
+  const lines_of lines(ctx);
   check_pcount(ctx, true);
 }

@@ -63,13 +63,13 @@ struct program_walk {
 }
 
 void dump_pat(tsan_ctx *tc, const char *title, psi_block *psi) {
-  FILE *out = log_fp(g_log);
-  if (!out)
+  const log_block block(g_log);
+  if (!block.out)
     return;
   const log_hold hold(g_log);
   if (title)
     LOG(g_log, INFO_level, "[%s] %s\n", tc->cfg.source, title);
-  pat_table_print(psi->sec, m_print, out, PRINT_TEXT);
+  pat_table_print(psi->sec, m_print, block.out, PRINT_TEXT);
 }
 
 void alert_pat_diff(tsan_ctx *tc, size_t added, size_t deleted) {

@@ -71,6 +71,11 @@ bool debug_pmt_cmp(const tsan_ctx *) {
   return false;
 }
 
+void dump_pmt(const char *title, const ctxt_spec *txt) {
+  const log_block block(g_log);
+  dump_ctxt(block.out, title, txt);
+}
+
 // The old count is of accepted streams, the new one of all entries.
 void alert_pmt_diff(tsan_ctx *tc, uint32_t pid, const ctxt_spec *new_txt, size_t entries,
                     uint32_t pcr_pid) {
@@ -78,8 +83,8 @@ void alert_pmt_diff(tsan_ctx *tc, uint32_t pid, const ctxt_spec *new_txt, size_t
   alert_human(tc, "ALERT PMT-DIFF [%s] track-count: %zu/%zu pid=%u pcr-pid=%u at %s\n",
               tc->cfg.source, pg->nstreams, entries, pid, pcr_pid, ptag(tc));
   if (tc->cfg.trk.pmt_diff) {
-    dump_ctxt(log_fp(g_log), "Older PMT:", &pg->txt_pmt);
-    dump_ctxt(log_fp(g_log), "New PMT:", new_txt);
+    dump_pmt("Older PMT:", &pg->txt_pmt);
+    dump_pmt("New PMT:", new_txt);
   }
   alert_terse(tc, "ALERT PMT-DIFF %s %u %zu %zu %u %s\n", tc->cfg.source, pid, pg->nstreams,
               entries, pcr_pid, ptag(tc));
@@ -116,7 +121,7 @@ void process_PMT(tsan_ctx *tc, psi_section *sec, uint32_t pid) {
   }
   if (tc->cfg.trk.pmt_diff) {
     LOG(g_log, INFO_level, "%s: PMT pid=%u, %zu entries\n", __func__, pid, added);
-    dump_ctxt(log_fp(g_log), "Using PMT:", &pg->txt_pmt);
+    dump_pmt("Using PMT:", &pg->txt_pmt);
   }
 }
 

@@ -75,6 +75,7 @@ void log_alert_counters(tsan_ctx *tc, size_t i) {
 } // namespace
 
 void tsan_alog_stats(tsan_t ctx) {
+  const lines_of lines(ctx);
   log_global_stats(ctx);
   for (size_t i = 0; i < ctx->nprogs; ++i) {
     // The streams of a program rarely change: once in 256 reports will do.

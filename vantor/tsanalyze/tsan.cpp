@@ -119,6 +119,7 @@ void tsan_reset(tsan_t ctx) {
 void tsan_free(tsan_t ctx) {
   if (!ctx)
     return;
+  const lines_of lines(ctx);
   LOG(g_log, DEBUG_level, "%s: freeing up tsan[%s] (%p)\n", __func__, ctx->cfg.source,
       static_cast<void *>(ctx));
   release_tables(ctx);
@@ -129,6 +130,7 @@ void tsan_free(tsan_t ctx) {
 int tsan_process(tsan_t ctx, const uint8_t *bytes) {
   if (ctx->ended != 0)
     return ctx->ended;
+  const lines_of lines(ctx);
   const ts_pkt pkt = ts_read(bytes);
   begin_packet(ctx, pkt);
   if (!ts_in_sync(pkt)) {
@@ -142,6 +144,7 @@ int tsan_process(tsan_t ctx, const uint8_t *bytes) {
 
 [[gnu::noinline]] tsan_many tsan_process_many(tsan_t ctx, const uint8_t *bytes, size_t count,
                                               size_t stride) {
+  const lines_of lines(ctx);
   size_t i = 0;
   for (; i < count; ++i, bytes += stride) {
     __builtin_prefetch(bytes + FETCH_FAR * stride, 0, 2);
@@ -169,6 +172,10 @@ void tsan_stop(tsan_t ctx) {
   end_run(ctx, TSAN_STOPPED);
 }
 
+void tsan_set_log(tsan_t ctx, tsan_line_fn on_line, void *opaque) {
+  ctx->taker = {.take = on_line, .opaque = opaque};
+}
+
 void tsan_survive(tsan_t ctx, bool survives) {
   ctx->survives = survives;
 }
@@ -178,6 +185,7 @@ uint64_t tsan_get_pidx(tsan_t ctx) {
 }
 
 void tsan_set_pidx(tsan_t ctx, uint64_t idx) {
+  const lines_of lines(ctx);
   ptag(ctx); // the tag of the packet at hand keeps its index
   LOG(g_log, WARN_level, "[%s] packet index changed from %lu to %lu\n", ctx->cfg.source,
       ctx->last_pkt_idx, idx);
@@ -185,6 +193,7 @@ void tsan_set_pidx(tsan_t ctx, uint64_t idx) {
 }
 
 int tsan_alert_lostsync(tsan_t ctx) {
+  const lines_of lines(ctx);
   const time_t now = wall_seconds();
   if (ctx->lostsync_start == 0) {
     ctx->lostsync_start = now;

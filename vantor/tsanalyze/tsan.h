@@ -63,7 +63,8 @@ typedef struct tracking_opt {
 } tracking_opt;
 
 /* Settings of one analyzer. "Default" is that of tsan_default_config(); a settings file has
- * defaults of its own (tsan_load_config). Sizes may have any value. */
+ * defaults of its own (tsan_load_config). Sizes may have any value. The layout of the record is
+ * fixed: what later versions add has operations of its own, as tsan_survive(). */
 typedef struct tsan_config {
   bool is_enabled;          /* run the checks; else only classify and count. Default true */
   char source[64];          /* source tag in every line, at most 63 characters */
@@ -97,8 +98,8 @@ KORVA_API tsan_t tsan_init(const char *src, const tsan_config *cfg, int *err);
 KORVA_API void tsan_free(tsan_t ctx);
 
 /* Puts a context back to where it was behind tsan_init(). Settings, read-out and what
- * tsan_survive() and tsan_stop_on() have set stay. Not to be called by a callback of this context.
- */
+ * tsan_survive(), tsan_set_log() and tsan_stop_on() have set stay. Not to be called by a callback
+ * of this context. */
 KORVA_API void tsan_reset(tsan_t ctx);
 
 /* What came of a packet. Later versions can add results: whatever is not 0 is an end. */
@@ -130,11 +131,11 @@ KORVA_API void tsan_survive(tsan_t ctx, bool survives);
  * is analyzed to its end. */
 KORVA_API void tsan_stop(tsan_t ctx);
 
-/* What became of packets handed over together. */
+/* What became of packets handed over together. The layout of the record is fixed. */
 typedef struct tsan_many {
   size_t count; /* packets of which tsan_process() would have returned 0 */
   int code;     /* the tsan_result that ended it; 0 = the last packet, or tsan_stop_on() */
-} tsan_many;    /* its layout is fixed */
+} tsan_many;
 
 /* Analyzes `count` packets, each `stride` bytes (188 or more) behind the one before: as as many
  * calls of tsan_process(), but faster, since bytes ahead are prefetched, also a little behind the
@@ -150,6 +151,19 @@ KORVA_API tsan_many tsan_process_many(tsan_t ctx, const uint8_t *bytes, size_t c
 /* Makes tsan_process_many() end before the next packet once `*flag`, which the caller keeps and a
  * signal handler may set, is not 0. Null: it ends by itself only, as at the start. */
 KORVA_API void tsan_stop_on(tsan_t ctx, const volatile sig_atomic_t *flag);
+
+/* Takes a line of a context: its severity (KORVA_WARN ..., KORVA_TERSE for what else goes to the
+ * access log; log.h), the group of the log, empty if it has none, and the text, without time and
+ * line end. They are valid during the call only. */
+typedef void (*tsan_line_fn)(void *opaque, int level, const char *group, const char *text);
+
+/* Has the lines of a context handed to `on_line`, in place of the streams of the two logs and of
+ * syslog; null: to those again. `opaque` is handed on. Which lines are made does not change: those
+ * of the levels that korva_log_set_modules() lets pass, terse alerts with access_log_alerts. The
+ * tables that traces show come line by line, as KORVA_INFO. What is not about a context (the
+ * settings, tsan_init()) goes to the logs. `on_line` runs on the thread that calls the operation;
+ * it must not throw, nor call an operation on this context, but for tsan_stop(). */
+KORVA_API void tsan_set_log(tsan_t ctx, tsan_line_fn on_line, void *opaque);
 
 /* Index of the packet handed over last, 1 being the first; 0 before it. */
 KORVA_API uint64_t tsan_get_pidx(tsan_t ctx);

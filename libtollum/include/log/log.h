@@ -90,6 +90,52 @@ int str2fac(const char *text);
 
 FILE *log_fp(const log_ctx *ctx);
 
+// Takes lines in place of the streams of both logs and of syslog: level and group as in a line, the
+// text without prefix and line end.
+struct log_taker {
+  void (*take)(void *opaque, int level, const char *group, const char *text);
+  void *opaque;
+};
+
+// Puts a taker in force for the calling thread; null: leaves it as it is.
+class log_taking {
+public:
+  explicit log_taking(const log_taker *taker) : is_on(taker != nullptr) {
+    if (is_on) [[unlikely]]
+      before = log_take(taker);
+  }
+  ~log_taking() {
+    if (is_on) [[unlikely]]
+      log_take(before);
+  }
+  log_taking(const log_taking &) = delete;
+  log_taking &operator=(const log_taking &) = delete;
+
+private:
+  // Puts `taker` (or null: none) in force and returns what was.
+  static const log_taker *log_take(const log_taker *taker);
+
+  bool is_on;
+  const log_taker *before = nullptr;
+};
+
+// Where lines of a block go that are printed, not logged: the stream of a log or, lines of
+// INFO_level then, the taker that is in force.
+class log_block {
+public:
+  explicit log_block(const log_ctx *ctx);
+  ~log_block();
+  log_block(const log_block &) = delete;
+  log_block &operator=(const log_block &) = delete;
+
+  FILE *out; // null: to nothing
+
+private:
+  const log_ctx *log;
+  char *text = nullptr; // of the taker
+  size_t size = 0;
+};
+
 // Keeps the stream of a log and its mirror for the calling thread, for a line or a block of lines.
 // They are always locked in one order, so that two logs may mirror into each other's streams.
 class log_hold {

@@ -3,8 +3,10 @@
 
 #include <charconv>
 #include <cstdarg>
+#include <cstdlib>
 #include <cstring>
 #include <span>
+#include <utility>
 
 #include "log/statement.h"
 #include "tassert/tassert.h"
@@ -13,6 +15,7 @@
 namespace {
 
 thread_local char g_outbuf[2048];
+thread_local const log_taker *g_taker; // or null
 
 // What is still free of the line buffer, the place of its terminating zero included.
 using line_room = std::span<char>;
@@ -112,11 +115,53 @@ void put_streams(const log_ctx *ctx) {
     fputs(g_outbuf, ctx->mirror_fp);
 }
 
+// While it takes a line, the taker is not in force: what it calls has logs of its own.
+void hand_over(const log_ctx *ctx, int level, const char *text) {
+  const log_taker *taker = g_taker;
+  g_taker = nullptr;
+  taker->take(taker->opaque, level, ctx->group.sym8, text);
+  g_taker = taker;
+}
+
+[[gnu::format(printf, 3, 0)]] void take_line(const log_ctx *ctx, int level, const char *format,
+                                             va_list args) {
+  char text[sizeof g_outbuf];
+  const int n = vsnprintf(text, sizeof text, format, args);
+  if (n < 0)
+    return;
+  const size_t len = strlen(text);
+  if (len > 0 && text[len - 1] == '\n')
+    text[len - 1] = '\0';
+  hand_over(ctx, level, text);
+}
+
 } // namespace
+
+const log_taker *log_taking::log_take(const log_taker *taker) {
+  return std::exchange(g_taker, taker);
+}
+
+log_block::log_block(const log_ctx *ctx)
+    : out(g_taker ? open_memstream(&text, &size) : ctx->fp), log(ctx) {}
+
+log_block::~log_block() {
+  if (!g_taker || !out)
+    return;
+  fclose(out);
+  for (char *line = text, *rest = text; rest && (line = strsep(&rest, "\n"));)
+    if (rest || *line)
+      hand_over(log, INFO_level, line);
+  free(text);
+}
 
 void log_statement(log_ctx *ctx, int level, const char *format, ...) {
   va_list args;
   va_start(args, format);
+  if (g_taker) {
+    take_line(ctx, level, format, args);
+    va_end(args);
+    return;
+  }
   put_line(ctx, level, format, args);
   va_end(args);
   if (g_outbuf[0] == '\0' || ctx->fp == nullptr)
