@@ -69,6 +69,9 @@ TEST(readout, tells_numbers_of_programs_and_alerts_of_streams) {
   tsan_set_readout(e, &readout);
   e.run();
   EXPECT_EQ(numbers, (std::vector<uint32_t>{9, 9, 9, 9}));
+  tsan_set_readout(e, nullptr);
+  e.s.pmt(100, {.program = 9, .pcr_pid = 101, .es = {{0x0f, 102}, {0x1b, 101}}, .version = 1});
+  e.run(); // counts go with their streams
   tsan_stats stats = {};
   stats.size = sizeof stats;
   tsan_get_stats(e, &stats);
@@ -78,8 +81,8 @@ TEST(readout, tells_numbers_of_programs_and_alerts_of_streams) {
   EXPECT_EQ(std::tie(stats.transport_stream_id, program.program_number), std::make_tuple(56u, 8u));
   tsan_stream_stats video = {}, audio = {};
   video.size = audio.size = sizeof video;
-  tsan_get_stream_stats(e, 0, 0, &video);
-  tsan_get_stream_stats(e, 0, 1, &audio);
+  tsan_get_stream_stats(e, 0, 1, &video);
+  tsan_get_stream_stats(e, 0, 0, &audio);
   EXPECT_EQ(std::tie(video.pcr_freq, video.cc_brk, video.pcr_delta), std::make_tuple(1u, 0u, 0u));
   EXPECT_EQ(std::tie(audio.cc_brk, audio.pcr_delta, audio.av_delta_plus, audio.pcr_freq),
             std::make_tuple(1u, 1u, 1u, 0u));
