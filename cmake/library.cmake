@@ -1,5 +1,5 @@
-# libkorva, shared and static, for other programs: the engine with all it stands on, and what an
-# installation holds of it.
+# libkorva, shared and static, for other programs: both engines with all they stand on, and what an
+# installation holds of them.
 include(CMakePackageConfigHelpers)
 
 set(library_dir ${CMAKE_SOURCE_DIR}/libkorva)
@@ -7,11 +7,16 @@ set(generated_headers ${CMAKE_BINARY_DIR}/generated)
 configure_file(${library_dir}/include/korva/version.h.in ${generated_headers}/korva/version.h @ONLY)
 set(library_version ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}) # a library of its own while 0.x
 
-set(library_sources ${library_dir}/log.cpp ${library_dir}/version.cpp)
-foreach(part IN ITEMS korva_engine tollum)
+set(library_sources
+  ${library_dir}/feed.cpp ${library_dir}/log.cpp ${library_dir}/version.cpp)
+foreach(part IN ITEMS korva_engine korva_audit korva_framing tollum)
   get_target_property(directory ${part} SOURCE_DIR)
   get_target_property(sources ${part} SOURCES)
   list(TRANSFORM sources PREPEND ${directory}/)
+  get_target_property(options ${part} COMPILE_OPTIONS)
+  if(options)
+    set_property(SOURCE ${sources} APPEND PROPERTY COMPILE_OPTIONS ${options})
+  endif()
   list(APPEND library_sources ${sources})
 endforeach()
 
@@ -63,7 +68,7 @@ install(TARGETS korva_shared korva_static EXPORT korvaTargets
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
   LIBRARY COMPONENT library NAMELINK_COMPONENT development
   ARCHIVE COMPONENT development)
-install(FILES vantor/tsanalyze/tsan.h vantor/tsanalyze/readout.h
+install(FILES vantor/audit/audit.h vantor/tsanalyze/tsan.h vantor/tsanalyze/readout.h
   DESTINATION ${headers} COMPONENT development)
 install(FILES ${library_dir}/include/korva/log.h ${generated_headers}/korva/version.h
   DESTINATION ${headers} COMPONENT development)
@@ -80,6 +85,7 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/korva.pc
 
 install(FILES docs/embedding.md DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
 install(FILES examples/CMakeLists.txt examples/datagrams.c examples/korva_ctypes.py
+    examples/audit_datagrams.c examples/audit_ctypes.py
   DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT development)
 set(package_of_library libkorva${library_version})
 set(package_of_development libkorva-dev)

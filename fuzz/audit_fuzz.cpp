@@ -17,6 +17,7 @@
 
 #include "audit/audit.h"
 #include "fuzz/packet_mutator.h"
+#include "input/byte_source.h"
 #include "input/framing.h"
 #include "outputs/audit_lines.h"
 
@@ -89,11 +90,13 @@ void read_bytes(audit_t audit, std::span<const uint8_t> bytes, listener &to) {
   require(source.open(("/proc/self/fd/" + std::to_string(fd)).c_str()) == 0);
   framing packets(source, 0);
   bool is_over = !packets.start(1);
+  if (!is_over && packets.leading_bytes() != 0)
+    audit_leading(audit, packets.leading_bytes());
   while (!is_over) {
     const framing_step step = packets.next(UINT64_MAX);
     size_t count = step.count;
     if (step.what == framing_step::PACKETS) {
-      count = audit_follow(audit, step.bytes, count, packets.packet_size(), step.offset);
+      audit_follow(audit, step.bytes, count, packets.packet_size(), step.offset, &count);
       packets.took(count);
     } else if (step.what == framing_step::BAD_SYNC) {
       audit_sync_byte(audit, step.offset);
@@ -105,6 +108,25 @@ void read_bytes(audit_t audit, std::span<const uint8_t> bytes, listener &to) {
   }
   require(packets.bytes_read() == bytes.size());
   close(fd);
+}
+
+// The same bytes in pieces, each of which is gone when the next one comes.
+void require_same_when_fed(std::span<const uint8_t> settings, std::span<const uint8_t> bytes,
+                           audit_ending ending, const listener &read) {
+  listener to;
+  const audit_config cfg = make_config(settings, to);
+  const audit_t audit = audit_init(&cfg, nullptr);
+  const audit_feed_t feed = audit_feed_init(audit, 0, nullptr);
+  for (size_t at = 0, piece = 1 + settings[1] * 8; at < bytes.size(); at += piece) {
+    const auto next = bytes.subspan(at, std::min(piece, bytes.size() - at));
+    const std::vector<uint8_t> gone(next.begin(), next.end());
+    require(audit_feed(feed, gone.data(), gone.size()) == 0);
+  }
+  require(audit_feed_end(feed) == 0);
+  audit_feed_free(feed);
+  audit_end(audit, ending);
+  audit_free(audit);
+  require(to.text == read.text && std::ranges::equal(to.delivered, read.delivered));
 }
 
 template <typename record>
@@ -151,13 +173,16 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const std::span settings(data, SETTINGS_SIZE), bytes(data + SETTINGS_SIZE, size - SETTINGS_SIZE);
   listener to;
   const audit_config cfg = make_config(settings, to);
-  const audit_t audit = audit_init(&cfg);
+  const audit_t audit = audit_init(&cfg, nullptr);
   require(audit != nullptr);
+  const auto ending = static_cast<audit_ending>(settings[0] >> 5 & 1);
   if (settings[0] & 4)
     read_bytes(audit, bytes, to);
   else
     hand_over(audit, settings, bytes, to);
-  audit_end(audit, static_cast<audit_ending>(settings[0] >> 5 & 1));
+  audit_end(audit, ending);
+  if (settings[0] & 4)
+    require_same_when_fed(settings, bytes, ending, to);
   look_at_records(audit, to);
   audit_free(audit);
   return 0;

@@ -17,20 +17,23 @@ RULES = {
     "vantor/outputs": [
         "vantor/audit/audit.h", "vantor/audit/clock.h", "vantor/mpegts",
         "vantor/tsanalyze/tsan.h", "vantor/tsanalyze/readout.h", "libtollum/include", "common"],
-    "vantor/audit": ["vantor/mpegts"],
+    "vantor/audit": ["vantor/mpegts", "vantor/misc/sized_record.h"],
     "vantor/input": ["libtollum/include"],
     "vantor/tsanalyze": ["vantor/mpegts", "vantor/misc", "libtollum/include"],
     "vantor/mpegts": [],
     "vantor/misc": ["libtollum/include"],
     "common": ["libtollum/include"],
     "libtollum": [],
-    "libkorva": ["libtollum/include"],
+    "libkorva": [
+        "vantor/audit/audit.h", "vantor/input", "vantor/mpegts", "vantor/misc/sized_record.h",
+        "libtollum/include"],
 }
 INCLUDE_DIRS = ["vantor", "libtollum/include", "common", "libkorva/include"]
 PSI_FILES = {f"vantor/tsanalyze/{name}.cpp" for name in ("section", "pat", "pmt")} | {
     "vantor/audit/sections.cpp"}
 PUBLIC = {
-    "vantor/tsanalyze/tsan.h", "vantor/tsanalyze/readout.h", "libkorva/include/korva/log.h"}
+    "vantor/audit/audit.h", "vantor/tsanalyze/tsan.h", "vantor/tsanalyze/readout.h",
+    "libkorva/include/korva/log.h"}
 INCLUDE = re.compile(r'^\s*#\s*include\s*["<]([^">]+)[">]')
 
 

@@ -60,11 +60,13 @@ void tell_finding(void *opaque, const audit_finding *f) {
 
 std::string findings_in(const std::vector<ts_packet> &packets, audit_profile profile) {
   std::string out;
-  audit_config cfg;
+  audit_config cfg = {};
+  cfg.size = sizeof cfg;
   audit_default_config(profile, &cfg);
   cfg.opaque = &out;
   cfg.on_finding = tell_finding;
-  const std::unique_ptr<audit_ctx, decltype(&audit_free)> audit(audit_init(&cfg), audit_free);
+  const std::unique_ptr<audit_ctx, decltype(&audit_free)> audit(audit_init(&cfg, nullptr),
+                                                                audit_free);
   for (size_t i = 0; i < packets.size(); ++i)
     audit_packet(audit.get(), packets[i].data(), i * 188);
   audit_end(audit.get(), AUDIT_COMPLETE);

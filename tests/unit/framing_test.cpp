@@ -1,4 +1,4 @@
-// Framing: streams with planted faults, as files and through pipes that deliver in odd pieces.
+// Framing: streams with planted faults, as files, and through pipes and by hand in odd pieces.
 //
 // A stream is written as words: P6 is six packets, B one whose sync byte is wrong, G100 so many
 // bytes of garbage, S100 so many sync bytes, C30 cuts so many bytes off the end.
@@ -11,10 +11,14 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <functional>
 #include <sstream>
 #include <string>
 #include <thread>
 #include <utility>
+
+#include "input/byte_source.h"
+#include "input/fed_source.h"
 
 namespace {
 
@@ -38,20 +42,23 @@ std::string make(size_t size, const std::string &words) {
   return stream;
 }
 
-// What framing finds in the file; every packet handed out has to begin with a sync byte.
-std::string look(int fd, size_t size, uint64_t first = 1, uint64_t most = UINT64_MAX) {
-  byte_source source;
-  EXPECT_EQ(source.open(("/proc/self/fd/" + std::to_string(fd)).c_str()), 0);
+// What framing finds; every packet handed out has to begin with a sync byte.
+std::string look(byte_input &source, size_t size, uint64_t first, uint64_t most,
+                 const std::function<void()> &feed) {
   framing packets(source, size);
-  if (!packets.start(first))
-    return "none " + std::to_string(packets.bytes_read());
+  while (!packets.start(first)) {
+    if (!source.is_starved())
+      return "none " + std::to_string(packets.bytes_read());
+    feed();
+  }
   std::ostringstream found;
   found << packets.packet_size();
   if (packets.leading_bytes() != 0)
     found << " +" << packets.leading_bytes();
   uint64_t run = 0;
   for (framing_step step = {framing_step::PACKETS}; most != 0 && step.what != framing_step::END;) {
-    step = packets.next(most);
+    while ((step = packets.next(most)).what == framing_step::STARVED)
+      feed();
     const bool is_run = step.what == framing_step::PACKETS;
     size_t count = 0;
     while (is_run && count < step.count && step.bytes[count * packets.packet_size()] == 0x47)
@@ -69,6 +76,26 @@ std::string look(int fd, size_t size, uint64_t first = 1, uint64_t most = UINT64
   if (packets.tail_bytes() != 0)
     found << " -" << packets.tail_bytes();
   return found.str();
+}
+
+std::string look(int fd, size_t size, uint64_t first = 1, uint64_t most = UINT64_MAX) {
+  byte_source source;
+  EXPECT_EQ(source.open(("/proc/self/fd/" + std::to_string(fd)).c_str()), 0);
+  return look(source, size, first, most, nullptr);
+}
+
+// Each piece is gone when the next one comes.
+std::string look_when_fed(const std::string &stream, size_t size, size_t piece) {
+  fed_source source;
+  std::vector<uint8_t> bytes;
+  size_t at = 0;
+  return look(source, size, 1, UINT64_MAX, [&] {
+    source.keep();
+    const size_t end = std::min(at + piece, stream.size());
+    bytes = std::vector<uint8_t>(&stream[at], &stream[end]);
+    at == end ? source.finish() : source.feed(bytes);
+    at = end;
+  });
 }
 
 void write_all(int fd, const char *bytes, size_t size) {
@@ -161,8 +188,10 @@ TEST(Framing, finds_what_was_planted) {
   for (const auto &[size, words, found] : cases) {
     const std::string stream = make(size, words);
     EXPECT_EQ(look_at_file(stream, 0), found) << size << ": " << words;
-    for (const size_t piece : {size_t{11}, size_t{187}, size_t{4099}})
+    for (const size_t piece : {size_t{11}, size_t{187}, size_t{4099}}) {
       EXPECT_EQ(look_at_pipe(stream, piece), found) << size << ": " << words;
+      EXPECT_EQ(look_when_fed(stream, 0, piece), found) << size << ": " << words;
+    }
   }
 }
 
@@ -187,6 +216,7 @@ TEST(Framing, is_linear_in_hostile_bytes) {
       stream += part;
     const std::string found = look_at_file(stream, 188);
     EXPECT_EQ(found.substr(0, 5), syncs < 5 ? "none " : "188 P") << syncs;
+    EXPECT_EQ(look_when_fed(stream, 188, 1316), found);
   }
 }
 

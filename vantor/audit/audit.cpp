@@ -17,6 +17,7 @@
 #include "audit/sections.h"
 #include "audit/stamps.h"
 #include "audit/tables.h"
+#include "misc/sized_record.h"
 #include "mpegts/packet.h"
 
 namespace {
@@ -50,7 +51,7 @@ void at_knot(audit_ctx &a) {
   judge_recurrence(a);
   close_findings(a);
   measure_bitrates(a);
-  a.due = a.clock.now.packet + KNOT_PACKETS;
+  a.due = a.is_stopped ? 0 : a.clock.now.packet + KNOT_PACKETS;
 }
 
 void take_damaged(audit_ctx &a, uint32_t pid) {
@@ -142,11 +143,15 @@ void take(audit_ctx &a, ts_pkt pkt, pid_state &p, uint32_t pid) {
     take_pes_header(a, pid16, payload);
 }
 
-void end_packet(audit_ctx &a) {
+// False when a callback has asked for the end, which makes the next knot due.
+bool end_packet(audit_ctx &a) {
   if (a.packet < a.due) [[likely]]
-    return;
-  clock_estimated_knot(a.clock, a.packet);
-  at_knot(a);
+    return true;
+  if (!a.is_stopped) {
+    clock_estimated_knot(a.clock, a.packet);
+    at_knot(a);
+  }
+  return !a.is_stopped;
 }
 
 // The one way in: what was being done when memory ran out is not done, the rest goes on.
@@ -160,6 +165,19 @@ template <typename Work> int guarded(audit_t audit, Work work) {
   }
 }
 
+// Why nothing is taken any more.
+int refusal(const audit_ctx &a) {
+  return a.has_ended ? EINVAL : a.is_stopped ? ECANCELED : 0;
+}
+
+// The same for what is handed over.
+template <typename Work> int taken(audit_t audit, Work work) {
+  if (const int code = refusal(*audit))
+    return code;
+  const int rc = guarded(audit, work);
+  return audit->is_stopped ? ECANCELED : rc;
+}
+
 struct run_taken {
   size_t count;
   int rc;
@@ -167,11 +185,13 @@ struct run_taken {
 
 run_taken take_run(audit_t audit, const uint8_t *bytes, size_t count, size_t stride,
                    uint64_t offset, bool to_bad_sync) {
-  run_taken taken = {0, 0};
+  run_taken taken = {0, refusal(*audit)};
+  if (taken.rc != 0)
+    return taken;
   audit->run = {bytes, stride, audit->packet + 1};
   for (bool is_over = count == 0; !is_over;) {
     const int rc = guarded(audit, [&](audit_ctx &a) {
-      for (; taken.count < count; end_packet(a)) {
+      for (bool goes_on = true; goes_on && taken.count < count; goes_on = end_packet(a)) {
         const size_t at = stride * taken.count;
         __builtin_prefetch(bytes + at + FETCH_FAR * stride, 0, 2);
         __builtin_prefetch(bytes + at + FETCH_NEAR * stride);
@@ -193,7 +213,28 @@ run_taken take_run(audit_t audit, const uint8_t *bytes, size_t count, size_t str
     taken.rc = rc != 0 ? rc : taken.rc;
   }
   end_run(*audit);
+  if (audit->is_stopped)
+    taken.rc = ECANCELED;
   return taken;
+}
+
+bool is_limit(double value) {
+  return value >= 0 && value <= 1e9;
+}
+
+bool is_possible(const audit_config &cfg) {
+  return static_cast<size_t>(cfg.profile) < AUDIT_PROFILES &&
+         std::all_of(cfg.limits, cfg.limits + AUDIT_LIMITS, is_limit);
+}
+
+audit_t new_audit(const audit_config &cfg) {
+  auto audit = std::make_unique<audit_ctx>();
+  audit->cfg = cfg;
+  audit->seen_pids.reserve(TS_PIDS);
+  audit->handed_out.reserve(MAX_PID_LISTINGS);
+  audit->skipped = audit->packet = cfg.first_packet > 1 ? cfg.first_packet - 1 : 0;
+  start_tables(*audit);
+  return audit.release();
 }
 
 void judge_end(audit_ctx &a) {
@@ -214,20 +255,18 @@ void judge_end(audit_ctx &a) {
 
 } // namespace
 
-audit_t audit_init(const audit_config *cfg) {
-  if (cfg->size != sizeof *cfg || cfg->profile >= AUDIT_PROFILES)
-    return nullptr;
+audit_t audit_init(const audit_config *cfg, int *err) {
+  audit_config known;
+  int code = EINVAL;
   try {
-    auto audit = std::make_unique<audit_ctx>();
-    audit->cfg = *cfg;
-    audit->seen_pids.reserve(TS_PIDS);
-    audit->handed_out.reserve(MAX_PID_LISTINGS);
-    audit->skipped = audit->packet = cfg->first_packet > 1 ? cfg->first_packet - 1 : 0;
-    start_tables(*audit);
-    return audit.release();
+    if (take_record(*cfg, known) && is_possible(known))
+      return new_audit(known);
   } catch (const std::bad_alloc &) {
-    return nullptr;
+    code = ENOMEM;
   }
+  if (err)
+    *err = code;
+  return nullptr;
 }
 
 void audit_free(audit_t audit) {
@@ -249,13 +288,15 @@ int audit_packets(audit_t audit, const uint8_t *bytes, size_t count, size_t stri
   return take_run(audit, bytes, count, stride, offset, false).rc;
 }
 
-size_t audit_follow(audit_t audit, const uint8_t *bytes, size_t count, size_t stride,
-                    uint64_t offset) {
-  return take_run(audit, bytes, count, stride, offset, true).count;
+int audit_follow(audit_t audit, const uint8_t *bytes, size_t count, size_t stride, uint64_t offset,
+                 size_t *taken) {
+  const run_taken run = take_run(audit, bytes, count, stride, offset, true);
+  *taken = run.count;
+  return run.rc;
 }
 
 int audit_leading(audit_t audit, uint64_t bytes) {
-  return guarded(audit, [&](audit_ctx &a) {
+  return taken(audit, [&](audit_ctx &a) {
     event e = {.kind = AUDIT_LEADING, .packet = 1, .offset = 0, .time = NAN};
     e.sum = bytes;
     raise(a, std::move(e));
@@ -263,7 +304,7 @@ int audit_leading(audit_t audit, uint64_t bytes) {
 }
 
 int audit_sync_byte(audit_t audit, uint64_t offset) {
-  return guarded(audit, [&](audit_ctx &a) {
+  return taken(audit, [&](audit_ctx &a) {
     a.offset = offset;
     a.sync_fault = ++a.packet;
     ++a.bad_sync_bytes;
@@ -273,7 +314,7 @@ int audit_sync_byte(audit_t audit, uint64_t offset) {
 }
 
 int audit_sync_loss(audit_t audit, uint64_t offset, uint64_t lost_bytes) {
-  return guarded(audit, [&](audit_ctx &a) {
+  return taken(audit, [&](audit_ctx &a) {
     a.sync_fault = a.packet;
     ++a.sync_losses;
     a.lost_bytes += lost_bytes;
@@ -286,7 +327,14 @@ int audit_sync_loss(audit_t audit, uint64_t offset, uint64_t lost_bytes) {
   });
 }
 
+void audit_stop(audit_t audit) {
+  audit->is_stopped = true;
+  audit->due = 0;
+}
+
 int audit_end(audit_t audit, audit_ending ending) {
+  if (static_cast<size_t>(ending) > AUDIT_INTERRUPTED)
+    return EINVAL;
   if (std::exchange(audit->has_ended, true))
     return 0;
   audit->ending = ending;

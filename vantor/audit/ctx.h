@@ -327,7 +327,7 @@ struct audit_ctx {
   bool has_pts = false, has_bitrates = false;
   std::array<indicator_state, MAX_INDICATORS> indicators; // in the order of indicators.cpp
   audit_ending ending = AUDIT_COMPLETE;
-  bool has_ended = false, out_of_memory = false;
+  bool is_stopped = false, has_ended = false, out_of_memory = false;
 };
 
 // Packets so far.

@@ -163,8 +163,9 @@ void deliver(audit_ctx &a, const open_finding &finding) {
   audit_finding record = record_of(finding);
   audit_change change = {};
   if (const change_lists *lists = finding.first.change.get()) {
-    change = {list_of(lists->added),       list_of(lists->removed), list_of(lists->retyped),
-              list_of(lists->descriptors), lists->pcr_pid_old,      lists->pcr_pid_new};
+    change = {sizeof change,           list_of(lists->added),       list_of(lists->removed),
+              list_of(lists->retyped), list_of(lists->descriptors), lists->pcr_pid_old,
+              lists->pcr_pid_new};
     record.change = &change;
   }
   a.cfg.on_finding(a.cfg.opaque, &record);

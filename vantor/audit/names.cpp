@@ -1,6 +1,9 @@
+#include <algorithm>
+#include <cerrno>
 #include <iterator>
 
 #include "audit/audit.h"
+#include "misc/sized_record.h"
 
 namespace {
 
@@ -35,6 +38,7 @@ constexpr struct {
 };
 static_assert(std::size(kinds) == AUDIT_KINDS && std::size(limits) == AUDIT_LIMITS &&
               std::size(limit_values) == AUDIT_LIMITS && std::size(tables) == AUDIT_TABLES);
+static_assert(+AUDIT_LIMITS <= AUDIT_LIMITS_ROOM && +AUDIT_KINDS <= AUDIT_KINDS_ROOM);
 
 template <typename Id, size_t count> const char *name_of(const char *const (&names)[count], Id id) {
   const auto i = static_cast<size_t>(id);
@@ -43,16 +47,17 @@ template <typename Id, size_t count> const char *name_of(const char *const (&nam
 
 } // namespace
 
-void audit_default_config(audit_profile profile, audit_config *cfg) {
-  *cfg = {};
-  cfg->size = sizeof *cfg;
-  cfg->profile = profile;
-  for (size_t i = 0; i < AUDIT_LIMITS; ++i)
-    cfg->limits[i] = limit_values[i];
+int audit_default_config(audit_profile profile, audit_config *cfg) {
+  if (static_cast<size_t>(profile) >= AUDIT_PROFILES)
+    return EINVAL;
+  audit_config filled = {};
+  filled.profile = profile;
+  std::ranges::copy(limit_values, filled.limits);
   if (profile == AUDIT_ATSC) {
-    cfg->limits[AUDIT_PAT_MS] = 100;
-    cfg->limits[AUDIT_PMT_MS] = 400;
+    filled.limits[AUDIT_PAT_MS] = 100;
+    filled.limits[AUDIT_PMT_MS] = 400;
   }
+  return give_record(filled, cfg);
 }
 
 const char *audit_profile_name(audit_profile profile) {

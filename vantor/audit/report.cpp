@@ -6,19 +6,11 @@
 #include "audit/indicators.h"
 #include "audit/pmt.h"
 #include "audit/rate.h"
+#include "misc/sized_record.h"
 
 namespace {
 
 constexpr double BITS_PER_PACKET = TS_PKT_SIZE * 8;
-
-// Fills a record whose size the caller knows.
-template <typename Record> int hand_out(Record *to, Record record) {
-  if (to->size != sizeof record)
-    return EINVAL;
-  record.size = sizeof record;
-  *to = record;
-  return 0;
-}
 
 const program *program_at(const audit_ctx &a, size_t index) {
   if (index >= a.tables.order.size())
@@ -178,11 +170,11 @@ int audit_get_report(audit_t audit, audit_report *report) {
   r.cbr = is_constant_rate(a);
   r.spread = r.cbr < 0 ? NAN : a.spread;
   r.fails = a.findings.fails;
-  memcpy(r.findings, a.findings.count, sizeof r.findings);
+  memcpy(r.findings, a.findings.count, sizeof a.findings.count);
   r.undelivered = a.findings.undelivered;
   r.programs = a.tables.order.size();
   r.out_of_memory = a.out_of_memory;
-  return hand_out(report, r);
+  return give_record(r, report);
 }
 
 int audit_get_program(audit_t audit, size_t index, audit_program *to) {
@@ -194,7 +186,7 @@ int audit_get_program(audit_t audit, size_t index, audit_program *to) {
   r.pmt_pid = pg->pmt_pid;
   r.pcr_pid = pg->has_pmt ? pg->pcr_pid : -1;
   r.streams = count_streams(*pg);
-  return hand_out(to, r);
+  return give_record(r, to);
 }
 
 int audit_get_stream(audit_t audit, size_t program, size_t index, audit_stream *to) {
@@ -213,17 +205,17 @@ int audit_get_stream(audit_t audit, size_t program, size_t index, audit_stream *
     r.is_protected = all_protected || is_protected_by(s.descriptors);
     copy_language(s.descriptors, r.language);
   });
-  return hand_out(to, r);
+  return give_record(r, to);
 }
 
 int audit_get_pid(audit_t audit, size_t index, audit_pid *to) {
   if (index >= audit->seen_pids.size())
     return EINVAL;
-  return hand_out(to, pid_row(*audit, audit->seen_pids[index]));
+  return give_record(pid_row(*audit, audit->seen_pids[index]), to);
 }
 
 int audit_get_indicator(audit_t audit, size_t index, audit_indicator *to) {
   if (index >= indicator_count(*audit))
     return EINVAL;
-  return hand_out(to, indicator_record(*audit, index));
+  return give_record(indicator_record(*audit, index), to);
 }

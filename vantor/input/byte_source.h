@@ -15,13 +15,11 @@
 
 #include <sys/types.h>
 
+#include "input/byte_input.h"
 #include "input/mapped_window.h"
 
-class byte_source {
+class byte_source final : public byte_input {
 public:
-  // The most that fetch() can be asked for.
-  enum : size_t { LEAST_MAX = 64 << 10 };
-
   byte_source() = default;
   byte_source(const byte_source &) = delete;
   byte_source &operator=(const byte_source &) = delete;
@@ -37,22 +35,18 @@ public:
   // Bytes from where it stands to the end, 0 when that is not known. Before anything is fetched.
   uint64_t remaining() const;
 
-  // Bytes from offset `from` on, in place, valid until the next call: `least` of them (at most
-  // LEAST_MAX) and whatever else is at hand. Less than `least` only at the end of the file, or
-  // before a read error; the end stays where it was first met. `from` never decreases, and does not
-  // go beyond what was fetched; what lies before it is dropped. Offsets count from the start of the
-  // file; where there is no seeking, from where it was opened.
+  // Offsets count from the start of the file; where there is no seeking, from where it was opened.
   //
   // Of a regular file, another process can change the bytes while they are looked at. Those that
   // the file loses become zeros then: ask fetch_again() before judging by bytes that make no sense.
-  std::span<const uint8_t> fetch(uint64_t from, size_t least) {
+  std::span<const uint8_t> fetch(uint64_t from, size_t least) override {
     if (from + least > end) [[unlikely]]
       advance(from, least);
     return {data + (from - begin), end - from};
   }
 
   // As fetch(), of what the file holds now.
-  std::span<const uint8_t> fetch_again(uint64_t from, size_t least);
+  std::span<const uint8_t> fetch_again(uint64_t from, size_t least) override;
 
   // Lets the file end at a read that a signal interrupts when `*flag` is set by then.
   void stop_at(const volatile sig_atomic_t *flag) { stop = flag; }

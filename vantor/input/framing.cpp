@@ -95,7 +95,7 @@ grid best_grid(const view &v, uint64_t first, std::span<const size_t> allowed) {
 
 } // namespace
 
-framing::framing(byte_source &from, size_t packet_size) : source(from), size(packet_size) {}
+framing::framing(byte_input &from, size_t packet_size) : source(from), size(packet_size) {}
 
 size_t framing::stamp() const {
   return stamp_of(size);
@@ -118,37 +118,45 @@ std::span<const uint8_t> framing::look(uint64_t from, size_t least) {
   return bytes;
 }
 
-// Goes to the best grid at `begin` or behind it, or to the end of the capture.
-bool framing::search(uint64_t begin) {
+// Goes to the best grid at `search_from` or behind it, or to the end of the capture.
+framing::found framing::search() {
   const auto allowed = candidates(size);
   const auto view_at = [&](uint64_t at, size_t reach) {
-    const uint64_t from = std::max(begin, at - std::min<uint64_t>(at, stamp_of(192)));
+    searched = at;
+    const uint64_t from = std::max(search_from, at - std::min<uint64_t>(at, stamp_of(192)));
     const size_t least = at - from + reach;
     const std::span bytes = look(from, least);
-    return view{from, bytes, bytes.size() < least, begin, has_grid};
+    return view{from, bytes, bytes.size() < least, search_from, has_grid};
   };
-  for (uint64_t at = begin;;) {
-    const view v = view_at(at, GRID_REACH);
+  for (;;) {
+    const view v = view_at(searched, GRID_REACH);
+    if (v.is_last && source.is_starved())
+      return found::too_little;
     const uint64_t stop = v.is_last ? v.end() : v.end() - (GRID_REACH - 1);
-    const uint64_t first = first_grid(v, at, stop, allowed);
+    const uint64_t first = first_grid(v, searched, stop, allowed);
     if (first < stop) {
-      const grid best = best_grid(view_at(first, SCORE_REACH), first, allowed);
+      const view reach = view_at(first, SCORE_REACH);
+      if (reach.is_last && source.is_starved())
+        return found::too_little;
+      const grid best = best_grid(reach, first, allowed);
       place = best.at;
       size = best.size;
-      return has_grid = true;
+      has_grid = true;
+      return found::grid;
     }
-    at = stop;
+    searched = stop;
     if (v.is_last) {
       place = v.end();
-      return false;
+      return found::nothing;
     }
   }
 }
 
 bool framing::start(uint64_t first) {
-  if (!search(0)) {
+  if (const found what = search(); what != found::grid) {
     leading = place;
-    end();
+    if (what == found::nothing)
+      end();
     return false;
   }
   leading = place - stamp();
@@ -170,9 +178,13 @@ framing_step framing::next(uint64_t most) {
   }
   if (is_lost)
     return end();
+  if (is_searching)
+    return regain_sync();
   const size_t before = stamp();
   std::span record = look(place - before, before + PACKET);
   if (record.size() < before + PACKET) {
+    if (source.is_starved())
+      return {framing_step::STARVED};
     tail = record.size();
     return end();
   }
@@ -190,10 +202,23 @@ framing_step framing::lose_sync() {
   const std::span bytes = source.fetch_again(record, stamp() + size + 1);
   if (bytes.size() < stamp() + PACKET || bytes[stamp()] == SYNC_BYTE)
     return next(1);
+  if (bytes.size() <= stamp() + size && source.is_starved())
+    return {framing_step::STARVED};
   if (bytes.size() <= stamp() + size || bytes[stamp() + size] == SYNC_BYTE) {
     place += size;
     return {framing_step::BAD_SYNC, nullptr, 1, at, 0};
   }
-  is_lost = !search(at + 1);
+  search_from = searched = at + 1;
+  is_searching = true;
+  return regain_sync();
+}
+
+framing_step framing::regain_sync() {
+  const uint64_t at = place, record = record_begin();
+  const found what = search();
+  if (what == found::too_little)
+    return {framing_step::STARVED};
+  is_searching = false;
+  is_lost = what == found::nothing;
   return {framing_step::LOSS, nullptr, 0, at, (is_lost ? place : record_begin()) - record};
 }

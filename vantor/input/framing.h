@@ -16,7 +16,7 @@
 #include <optional>
 #include <span>
 
-#include "input/byte_source.h"
+#include "input/byte_input.h"
 
 struct framing_step {
   enum step_kind {
@@ -24,6 +24,7 @@ struct framing_step {
     BAD_SYNC, // one packet whose sync byte is wrong while the next one's is right
     LOSS,     // sync lost: `lost_bytes` until packets go on, or to the end
     END,
+    STARVED, // more bytes have to come first
   };
   step_kind what = END;
   const uint8_t *bytes = nullptr; // in place, valid until the next step
@@ -35,9 +36,10 @@ struct framing_step {
 class framing {
 public:
   // `packet_size`: 188, 192, 204, 208, or 0: to be found.
-  framing(byte_source &source, size_t packet_size);
+  framing(byte_input &source, size_t packet_size);
 
-  // Finds the grid and goes to its packet number `first` (1-based). False: there is no packet.
+  // Finds the grid and goes to its packet number `first` (1-based). False: there is no packet. Of a
+  // source that can be starved `first` is 1; false then also means to start again with more bytes.
   bool start(uint64_t first);
 
   // What comes next; of packets at most `most`, which is not 0. Nothing follows an END.
@@ -54,19 +56,24 @@ public:
   uint64_t bytes_read() const;
 
 private:
+  enum class found { grid, nothing, too_little }; // bytes, to tell
+
   uint64_t record_begin() const { return place - stamp(); } // of the next record
-  bool search(uint64_t begin);
+  found search();
   std::span<const uint8_t> look(uint64_t from, size_t least);
   framing_step end();
   framing_step lose_sync();
+  framing_step regain_sync();
   size_t stamp() const;
 
-  byte_source &source;
-  size_t size;           // of a record, bytes; 0 until it is known
-  bool has_grid = false; // one was found
-  bool is_lost = false;  // sync, to the end
-  bool is_over = false;  // END was handed out
-  uint64_t place = 0;    // next sync byte
+  byte_input &source;
+  size_t size;                            // of a record, bytes; 0 until it is known
+  bool has_grid = false;                  // one was found
+  bool is_lost = false;                   // sync, to the end
+  bool is_searching = false;              // sync was lost at `place`
+  bool is_over = false;                   // END was handed out
+  uint64_t place = 0;                     // next sync byte
+  uint64_t search_from = 0, searched = 0; // where a search begins, and how far it came
   uint64_t leading = 0, tail = 0;
   uint64_t seen = 0;                 // bytes fetched, of all
   std::optional<framing_step> ahead; // looked at by start()

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <new>
 
+#include "input/byte_source.h"
 #include "input/framing.h"
 #include "outputs/audit_words.h"
 #include "outputs/json_text.h"

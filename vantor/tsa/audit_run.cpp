@@ -10,6 +10,7 @@
 #include <cstring>
 #include <memory>
 
+#include "input/byte_source.h"
 #include "input/framing.h"
 #include "log/statement.h"
 #include "outputs/audit_json.h"
@@ -136,7 +137,7 @@ size_t take_step(audit_run &run, const framing_step &step) {
   const audit_t audit = run.audit.get();
   size_t count = step.count;
   if (step.what == framing_step::PACKETS) {
-    count = audit_follow(audit, step.bytes, count, run.packets.packet_size(), step.offset);
+    audit_follow(audit, step.bytes, count, run.packets.packet_size(), step.offset, &count);
     run.packets.took(count);
   } else if (step.what == framing_step::BAD_SYNC) {
     audit_sync_byte(audit, step.offset);
@@ -226,7 +227,7 @@ int judge(audit_run &run) {
   cfg.opaque = &run;
   cfg.on_finding = on_finding;
   cfg.on_sample = run.files.page.is_open() || run.clips.directory ? on_sample : nullptr;
-  run.audit.reset(audit_init(&cfg));
+  run.audit.reset(audit_init(&cfg, nullptr));
   if (!run.audit) {
     fprintf(stderr, "No memory for the audit\n");
     return EXIT_STATUS_NOMEM;
