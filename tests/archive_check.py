@@ -181,7 +181,19 @@ class Archive(unittest.TestCase):
         self.check_table(self.archive(korva_options=["-A", "pcr_freq"]))
         self.make(5, 7)
         self.assertIn(" and 6 more  ", self.archive("--resume", "captures", korva_options=["-A", "pcr_freq"])[1])
-        self.archive(korva_options=["--json=x"], status=1, said="--report makes a page for each")
+        for word in ("--json=x", "--rep=x", "--junit=x", "--clip=x", "--baseline-w=x"):
+            self.archive(korva_options=[word], status=1, said="--report makes a page for each")
+
+    def test_what_a_baseline_allows(self):
+        (self.dir / "d").mkdir()
+        (self.dir / "d/a.ts").write_bytes(DAMAGED)
+        entry = '{{ kind = "{}"; reason = "r"; until = "9999-12-31"; }}'
+        for kinds, result in ((list(FOUND), "clean"), (list(FOUND)[:2], "alerts")):
+            (self.dir / "base").write_text(f"allowed = ({','.join(map(entry.format, kinds))});")
+            self.archive("d", korva_options=["-A", "max_zreset_time=0", "--baseline", "base"], status=0)
+            row, = self.rows()
+            self.assertEqual((row["result"], int(row["alerts"])), (result, 3 - len(kinds)))
+            shutil.rmtree(self.out)
 
     def test_what_changes_between_runs(self):
         self.make(0, 4)

@@ -19,8 +19,9 @@ import table
 from text import error_text, shown
 
 PATTERNS = ["*.ts", "*.mpg", "*.mpegts", "*.trp"]
-PATH_OPTIONS = ("-C", "--config")
-OWN_OUTPUTS = ("--json", "--report")
+# Of korva; where an abbreviation fits several, it is the first one.
+PATH_OPTIONS = ("--config", "--baseline")
+OWN_OUTPUTS = ("--json", "--report", "--clip", "--junit", "--baseline-write")
 USAGE = """%(prog)s [options] DIR|CAPTURE ... [-- korva options]
        %(prog)s diff OLD NEW"""
 
@@ -56,11 +57,14 @@ def with_whole_paths(words):
     """Options of korva, which runs elsewhere."""
     words = list(words)
     for at, word in enumerate(words):
-        if word in PATH_OPTIONS and at + 1 < len(words):
+        name, equals, path = ("-C", "", word[2:]) if word.startswith("-C") else word.partition("=")
+        full = next((option for option in (*PATH_OPTIONS, *OWN_OUTPUTS)
+                     if len(name) > 2 and option.startswith(name)), name)
+        if full in ("-C", *PATH_OPTIONS) and path:
+            words[at] = name + equals + os.path.abspath(path)
+        elif full in ("-C", *PATH_OPTIONS) and at + 1 < len(words):
             words[at + 1] = os.path.abspath(words[at + 1])
-        elif match := re.fullmatch(r"(-C|--config=)(.+)", word, re.DOTALL):
-            words[at] = match[1] + os.path.abspath(match[2])
-        elif word.partition("=")[0] in OWN_OUTPUTS:
+        elif full in OWN_OUTPUTS:
             sys.exit(f"korva-archive: {shown(word)} is one file for all captures; "
                      "--report makes a page for each, findings.jsonl has the records")
     return words

@@ -27,7 +27,7 @@ class Records:
     """The records of a run: the report is missing when korva died before it."""
 
     def __init__(self, lines):
-        self.header, self.report, self.kinds = {}, {}, {}
+        self.header, self.report, self.kinds, self.allowed = {}, {}, {}, {}
         self.moments, self.indicators = [], {}
         for line in lines:
             try:
@@ -35,6 +35,7 @@ class Records:
             except ValueError:  # the line at which korva died
                 continue
         kinds = self.report.get("findings" if self.is_audit else "alerts", self.kinds)
+        kinds = {kind: n - self.allowed.get(kind, 0) for kind, n in kinds.items()}
         self.kinds = {kind: n for kind, n in kinds.items() if n and kind not in ENDS}
 
     @property
@@ -46,6 +47,9 @@ class Records:
         if what in ("alert", "finding"):
             kind = record["kind"]
             self.kinds[kind] = self.kinds.get(kind, 0) + 1
+            if "allowed" in record:  # by a baseline
+                self.allowed[kind] = self.allowed.get(kind, 0) + 1
+                return
             begin = record.get("time" if self.is_audit else "stream_time")
             end = record.get("last_time") or begin
             packets = record["packet"], record.get("last_packet", record["packet"])
@@ -119,7 +123,7 @@ def judge_classic(header, report, size):
     if packets["processed"] == 0:
         return "empty", "no whole packet"
     detail = f"{rest} bytes of a packet at the end" if rest > 0 else ""
-    if any(report["alerts"].values()):
+    if sum(report["alerts"].values()) > report.get("baseline", {}).get("allowed", 0):
         return "alerts", detail
     if packets["analyzed"] == 0:
         return "nothing checked", report.get("not_checked") or "no packet could be analyzed"
