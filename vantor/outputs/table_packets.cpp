@@ -114,7 +114,6 @@ std::vector<uint64_t> table_packets::offsets() const {
       out.insert(out.end(), offsets.begin(), offsets.end());
   }
   std::ranges::sort(out);
-  const auto doubles = std::ranges::unique(out);
-  out.erase(doubles.begin(), doubles.end());
+  out.erase(std::unique(out.begin(), out.end()), out.end());
   return out;
 }
