@@ -194,8 +194,8 @@ class Verdicts(unittest.TestCase):
             self.assertEqual((status, cases["1.4 Continuity_count_error"][0]),
                              (0, "passed") if passes else (3, "failure"), entry)
             rest = records[-1]["baseline"]
-            where = "expired" if "2020" in entry else "unused"
-            self.assertEqual((rest["allowed"], len(rest[where])), (1, 0) if passes else (0, 1))
+            want = (1, 0, 0) if passes else (0, 0, 1) if "2020" in entry else (0, 1, 0)
+            self.assertEqual((rest["allowed"], len(rest["unused"]), len(rest["expired"])), want)
             self.assertEqual("base:2: " in self.stderr, not passes)
         # Those of the other analyzer are passed over; stream time and program are known in both.
         lost = ENTRY.format("CC-BRK") + "pid = 257; program_number = 1; from = 3; to = 3.01;"
