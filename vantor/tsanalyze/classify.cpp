@@ -1,7 +1,5 @@
 #include "tsanalyze/classify.h"
 
-#include <cstring>
-
 #include "log/statement.h"
 #include "misc/timestr.h"
 #include "mpegts/mpegts.h"
@@ -59,7 +57,7 @@ void handle_pcr(tsan_ctx *tc, ts_pkt pkt) {
   else if (pg->last_pcr != 0 && measures_all(tc)) [[unlikely]]
     measure_pcr_interval(tc, pcr);
 
-  strncpy(pg->pcr_ptag, ptag(tc), sizeof pg->pcr_ptag); // still counts from the PCR before
+  pg->pcr_tag = take_tag(tc); // still counts from the PCR before
   pg->last_pcr = pcr;
   pg->pcr_pktnum = tc->last_pkt_idx;
   pg->got_pcr = true;

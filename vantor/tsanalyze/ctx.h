@@ -35,7 +35,8 @@ struct tsan_ctx : tsan_settings {
   size_t nprogs;
   const dgram_info *dat; // where the current packet belongs
   uint64_t ndat_pcount;  // deadline of the silent-track check, 0 = not armed
-  char ptag[MAX_PTAG];   // read it with ptag()
+  packet_tag tag;        // take it with take_tag(),
+  char ptag[MAX_PTAG];   // and its text with ptag()
   time_t last_stats_dumped;
   cc_alert_ctx last_cca;
   uint64_t last_pkt_idx; // 1-based
@@ -49,6 +50,7 @@ struct tsan_ctx : tsan_settings {
   uint64_t atotal;
 
   program_info *last_pg;             // program of the last packet that had one, or null
+  uint64_t tag_ptotal;               // ptotal when tag was taken
   uint64_t ptag_ptotal;              // ptotal when ptag was made
   time_t idle_notice_tm;             // wall-clock second of the last idle notice
   time_t lostsync_start;             // wall-clock second at which the lost-sync window began

@@ -71,6 +71,16 @@ struct seen_section {
   uint8_t data[TS_PKT_SIZE];
 };
 
+// What the tag of a packet says (ptag.h).
+struct packet_tag {
+  enum : uint8_t { NONE, PKT, PAT, PMT, STREAM } kind;
+  bool has_pcr;
+  ssize_t ipg, istm; // program, stream
+  uint64_t idx;      // packet
+  uint64_t pcr;      // base, 90 kHz ticks
+  uint64_t behind;   // packets
+};
+
 // A program; what each of its packets touches comes first.
 struct program_info {
   size_t nstreams;
@@ -79,11 +89,11 @@ struct program_info {
   bool got_pcr;
   uint64_t last_pcr; // PCR base, 90 kHz ticks, 0 = none
   uint64_t pcr_pktnum;
-  char pcr_ptag[MAX_PTAG]; // tag of the packet that carried last_pcr
-  ssize_t pcr_idx;         // stream on pcr_pid, -1 = none; survives PMT changes
-  uint32_t curr_pmt_pid;   // PID of the PMT that last brought a stream
-  ctxt_spec txt_pmt;       // rendering of the PMT in force
-  seen_section seen_pmt;   // a PMT known to render as txt_pmt, every line of it
+  packet_tag pcr_tag;    // of the packet that carried last_pcr
+  ssize_t pcr_idx;       // stream on pcr_pid, -1 = none; survives PMT changes
+  uint32_t curr_pmt_pid; // PID of the PMT that last brought a stream
+  ctxt_spec txt_pmt;     // rendering of the PMT in force
+  seen_section seen_pmt; // a PMT known to render as txt_pmt, every line of it
   ssize_t ref_idx;       // video stream that audio is held against, -1 = none; survives PMT changes
   uint64_t last_seg_idx; // current datagram
   uint8_t skip_pmt_out;  // reports since the STAT PMT records were last written

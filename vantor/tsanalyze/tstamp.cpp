@@ -50,12 +50,14 @@ void dump_pcr_diff(tsan_ctx *tc, bool is_pts, uint64_t delta, const stream_info 
   program_info *pg = prog(tc);
   const char *kind = kind_of(is_pts);
   const uint64_t stamp = stamp_of(stream, is_pts);
+  char pcr_ptag[MAX_PTAG];
+  write_tag(pg->pcr_tag, pcr_ptag);
   const stream_info *pcr_stm = pg->pcr_idx >= 0 ? &pg->stm[pg->pcr_idx] : nullptr;
   alert_human(
       tc,
       "ALERT PCR-DELTA [%s] pcr:%s <> %s:%s %c:pcr(pid%u)/%c:%s(pid%u) = %lu [%s]/ %lu [%s] "
       "delta=%lu\n",
-      tc->cfg.source, kind, pg->pcr_ptag, ptag(tc), pcr_stm ? pcr_stm->stype : 'P',
+      tc->cfg.source, kind, pcr_ptag, ptag(tc), pcr_stm ? pcr_stm->stype : 'P',
       pcr_stm ? pcr_stm->pid : pg->pcr_pid, stream->stype, kind, stream->pid, pg->last_pcr,
       ticks_text(pg->last_pcr).text, stamp, ticks_text(stamp).text, delta);
   alert_terse(tc, "ALERT PCR-DELTA %s %s %u %lu %u %lu %lu [%s]\n", tc->cfg.source, kind,
