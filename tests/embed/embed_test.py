@@ -100,17 +100,13 @@ for compiler, language in ("cc", ["-std=c11"]), ("c++", ["-x", "c++", "-std=c++2
             for f in audited("--limit=pcr_ms=40", capture) if f["record"] == "finding"]
         check(said.stdout.splitlines() == [*expected, "fail"], f"findings in {capture} differ")
 
-# A program with names of its own that the library uses inside, in both languages.
+# A program with names of its own and the records of the first version, in both languages.
 for compiler, language in ("cc", ["-std=c11"]), ("c++", ["-x", "c++", "-std=c++20"]):
     for link in [], ["--static"]:
         flags = shlex.split(run("pkg-config", "--cflags", "--libs", *link, "korva").stdout)
         run(compiler, *language, *STRICT, root / "tests/embed/host.c", "-x", "none", "-o", "host",
             *flags, *[l[1:] for l in link])
         run("./host", "damaged.ts", env={**os.environ, "LD_LIBRARY_PATH": str(library.parent)})
-
-# A program that knows the records as they were at first.
-run("cc", "-std=c11", *STRICT, root / "tests/embed/earlier.c", "-o", "earlier", library)
-run("./earlier", "damaged.ts", env={**os.environ, "LD_LIBRARY_PATH": str(library.parent)})
 
 # The examples, built with the CMake package. A lost datagram hits two streams alike.
 run("cmake", "-S", prefix / "share/doc/korva/examples", "-B", "examples", "-D",

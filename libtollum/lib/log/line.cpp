@@ -148,7 +148,8 @@ log_block::~log_block() {
   if (!g_taker || !out)
     return;
   fclose(out);
-  for (char *line = text, *rest = text; rest && (line = strsep(&rest, "\n"));)
+  char *rest = text;
+  while (const char *line = strsep(&rest, "\n"))
     if (rest || *line)
       hand_over(log, INFO_level, line);
   free(text);
