@@ -7,9 +7,14 @@
 #include <cstddef>
 #include <cstring>
 
-// The fields that both sides know, the rest 0. False when the caller has set no size.
+// A size that was never set is most likely out of this range.
+inline bool is_record_size(size_t size) {
+  return size >= sizeof size && size <= 4096;
+}
+
+// The fields that both sides know, the rest 0. False for a size that no record has.
 template <typename Record> bool take_record(const Record &from, Record &known) {
-  if (from.size < sizeof from.size)
+  if (!is_record_size(from.size))
     return false;
   known = {};
   memcpy(&known, &from, std::min(from.size, sizeof known));
@@ -17,10 +22,11 @@ template <typename Record> bool take_record(const Record &from, Record &known) {
   return true;
 }
 
-// Fills the caller's record as far as that goes. Returns 0, or EINVAL when it has no size.
+// Fills the caller's record as far as that goes. Returns 0, or EINVAL for a size that no record
+// has.
 template <typename Record> int give_record(Record filled, Record *to) {
   const size_t size = to->size, common = std::min(size, sizeof filled);
-  if (size < sizeof size)
+  if (!is_record_size(size))
     return EINVAL;
   filled.size = size;
   memcpy(to, &filled, common);

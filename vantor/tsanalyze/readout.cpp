@@ -1,9 +1,9 @@
 #include "tsanalyze/readout.h"
 
-#include <algorithm>
 #include <cerrno>
-#include <cstring>
+#include <iterator>
 
+#include "misc/sized_record.h"
 #include "tsanalyze/deliver.h"
 #include "tsanalyze/pmt.h"
 
@@ -16,23 +16,6 @@ constexpr const char *alert_names[TSAN_ALERT_KINDS] = {
 
 int program_index(const tsan_ctx *tc, const program_info *pg) {
   return pg ? static_cast<int>(pg - tc->pg) : -1;
-}
-
-// A size that was never set is most likely out of this range.
-bool is_record_size(size_t size) {
-  return size >= sizeof size && size <= 4096;
-}
-
-// Copies a record out to a caller who may know a shorter or a longer version of it.
-template <typename Record> int give_record(Record filled, Record *out) {
-  const size_t size = out->size, known = std::min(size, sizeof filled);
-  if (!is_record_size(size))
-    return EINVAL;
-  filled.size = size;
-  auto *bytes = reinterpret_cast<uint8_t *>(out);
-  memcpy(bytes, &filled, known);
-  memset(bytes + known, 0, size - known);
-  return 0;
 }
 
 uint32_t program_number(const tsan_ctx *tc, const program_info *pg) {
@@ -82,11 +65,7 @@ int tsan_set_readout(tsan_t ctx, const tsan_readout *readout) {
     ctx->readout = {};
     return 0;
   }
-  if (!is_record_size(readout->size))
-    return EINVAL;
-  ctx->readout = {};
-  memcpy(&ctx->readout, readout, std::min(readout->size, sizeof *readout));
-  return 0;
+  return take_record(*readout, ctx->readout) ? 0 : EINVAL;
 }
 
 const char *tsan_alert_name(tsan_alert_kind kind) {
