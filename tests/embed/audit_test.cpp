@@ -152,7 +152,7 @@ TEST(audit_library, ends_where_a_callback_asks_for_it) {
 TEST(audit_library, takes_datagrams) {
   ts_bytes bytes = make_capture(1, 5000);
   bytes.resize(7 * 188 + 100);
-  for (const size_t bad : {1, 3, 4})
+  for (const unsigned bad : {1u, 3u, 4u})
     bytes[bad * 188] = 0;
   listener to;
   const audit_owner audit = new_audit(to);

@@ -8,6 +8,11 @@ namespace {
 
 constexpr double BITS_PER_PACKET = TS_PKT_SIZE * 8;
 
+// Of a stream time, which is never negative.
+int64_t whole_seconds(double t) {
+  return static_cast<int64_t>(t);
+}
+
 void begin_second(audit_ctx &a) {
   a.second = a.clock.now.t;
   for (const uint16_t pid : a.seen_pids)
@@ -20,7 +25,7 @@ void measure_bitrates(audit_ctx &a) {
   const double t = a.clock.now.t;
   if (a.clock.knots == 1)
     return begin_second(a);
-  if (std::floor(t) <= std::floor(a.second))
+  if (whole_seconds(t) <= whole_seconds(a.second))
     return;
   for (const uint16_t pid : a.seen_pids) {
     pid_record &rec = a.records[pid];
