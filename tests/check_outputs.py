@@ -491,6 +491,13 @@ class Outputs(unittest.TestCase):
             self.assertGreater(incomplete, 10)
 
     @unittest.skipUnless(FAULTS, "a sanitizer has its own calls of the C library")
+    def test_an_audit_goes_on_without_memory(self):
+        for n in range(10, 130):
+            run = self.korva("--audit", "damaged.ts", env=failing("FAIL_ALLOC", n))
+            self.assertEqual(run.returncode, 12, n)
+            self.assertRegex(run.stderr, b"\n(INCOMPLETE|FAIL) ")
+
+    @unittest.skipUnless(FAULTS, "a sanitizer has its own calls of the C library")
     def test_writes_that_take_nothing_are_tried_again(self):
         self.korva(*self.both, "damaged.ts")
         whole = self.files()

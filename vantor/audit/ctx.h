@@ -229,7 +229,6 @@ struct pid_record {
   // From the PMTs in force (listing.h).
   uint32_t listings; // the first one, index + 1
   uint16_t listing_count;
-  uint16_t owners; // programs that list it
   bool is_stream, is_pcr, is_protected;
   char kind; // of a stream
   uint8_t stream_type;

@@ -1,6 +1,7 @@
 #include "audit/findings.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 #include "audit/indicators.h"
@@ -50,6 +51,8 @@ void count_finding(findings_state &f, const event &e) {
 uint32_t take_slot(findings_state &f) {
   if (f.free.empty()) {
     f.open.emplace_back();
+    f.free.reserve(f.open.capacity()); // what is open can be closed, whatever memory there is then
+    f.closed.reserve(f.open.capacity());
     return static_cast<uint32_t>(f.open.size() - 1);
   }
   const uint32_t id = f.free.back();
@@ -181,7 +184,11 @@ void deliver_closed(audit_ctx &a) {
   });
   for (const uint32_t id : ids) {
     open_finding &finding = f.open[id];
-    deliver(a, finding);
+    try {
+      deliver(a, finding);
+    } catch (const std::bad_alloc &) { // of who takes it
+      a.out_of_memory = true;
+    }
     finding.first.change.reset();
     if (const auto latest = f.latest.find(finding.key);
         latest != f.latest.end() && latest->second == id)

@@ -24,8 +24,9 @@ listing *add_listing(audit_ctx &a, uint32_t program, uint16_t pid) {
   if (t.free_listings.empty()) {
     if (t.listings.size() >= MAX_LISTINGS)
       return nullptr;
-    t.free_listings.push_back(static_cast<uint32_t>(t.listings.size()));
     t.listings.emplace_back();
+    t.free_listings.reserve(t.listings.capacity()); // so that each can be given back
+    t.free_listings.push_back(static_cast<uint32_t>(t.listings.size() - 1));
   }
   const uint32_t index = t.free_listings.back();
   t.free_listings.pop_back();
@@ -134,12 +135,10 @@ void refresh_pid(audit_ctx &a, uint16_t pid) {
   pid_record &rec = a.records[pid];
   pid_state &p = a.pids[pid];
   rec.is_stream = rec.is_pcr = rec.is_protected = false;
-  rec.owners = 0;
   rec.kind = 0;
   bool is_pmt = false;
   for (uint32_t next = rec.listings; next != 0;) {
     const listing &l = a.tables.listings[next - 1];
-    ++rec.owners;
     if (l.is_stream && !rec.is_stream) {
       rec.kind = l.kind;
       rec.stream_type = l.stream_type;
@@ -165,7 +164,7 @@ void mark_listed(audit_ctx &a, uint16_t pid) {
 }
 
 int32_t sole_program(const audit_ctx &a, int32_t pid) {
-  if (pid < 0 || a.records[static_cast<size_t>(pid)].owners != 1)
+  if (pid < 0 || a.records[static_cast<size_t>(pid)].listing_count != 1)
     return -1;
   const uint32_t first = a.records[static_cast<size_t>(pid)].listings;
   return a.tables.programs[a.tables.listings[first - 1].program]->number;

@@ -140,6 +140,8 @@ void take_rate_interval(audit_ctx &a, clock_record &clock, const pcr_step &step)
   const bool is_whole = std::exchange(clock.sync_losses_before, a.sync_losses) == a.sync_losses;
   if (!step.is_good || !is_whole)
     return;
+  if (clock.block.size() == BLOCK_INTERVALS)
+    clock.block.clear(); // memory was refused when it was judged
   clock.block.push_back({.d = step.d,
                          .packets = step.packets,
                          .counted = counted,

@@ -173,11 +173,14 @@ void begin_presence(audit_ctx &a, uint32_t pid) {
 }
 
 void judge_recurrence(audit_ctx &a) {
-  for (watch *w : a.touched) {
+  std::vector<watch *> touched; // left alone whatever becomes of the judging
+  touched.swap(a.touched);
+  for (watch *w : touched)
     w->place = 0;
+  for (watch *w : touched)
     judge(a, *w);
-  }
-  a.touched.clear();
+  touched.clear();
+  touched.swap(a.touched); // its memory serves again
 }
 
 void judge_last_gaps(audit_ctx &a) {

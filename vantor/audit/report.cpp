@@ -108,7 +108,7 @@ void describe_stream(const audit_ctx &a, uint16_t pid, char (&what)[48]) {
 void describe(const audit_ctx &a, uint16_t pid, char (&what)[48]) {
   const pid_record &rec = a.records[pid];
   constexpr const char *roles[] = {"", "PAT", "CAT", "PMT", "NIT", "SDT", "EIT", "RST", "TDT"};
-  if (rec.role == psi_role::pmt && rec.owners == 1)
+  if (rec.role == psi_role::pmt && a.handed_out.size() == 1)
     snprintf(what, sizeof what, "PMT of %u", a.handed_out[0]);
   else if (rec.role != psi_role::none)
     snprintf(what, sizeof what, "%s", roles[static_cast<size_t>(rec.role)]);

@@ -1,6 +1,7 @@
 #include "audit/sections.h"
 
 #include <algorithm>
+#include <new>
 
 #include <bitstream/mpeg/ts.h>
 
@@ -224,11 +225,8 @@ section_gather &gather_of(audit_ctx &a, uint16_t pid) {
   return *g;
 }
 
-} // namespace
-
-void take_psi_packet(audit_ctx &a, uint16_t pid, pkt_bytes payload, bool is_unit_start,
-                     bool follows) {
-  section_gather &g = gather_of(a, pid);
+void gather(audit_ctx &a, uint16_t pid, section_gather &g, pkt_bytes payload, bool is_unit_start,
+            bool follows) {
   if (!follows)
     drop(g);
   if (payload.empty())
@@ -247,6 +245,19 @@ void take_psi_packet(audit_ctx &a, uint16_t pid, pkt_bytes payload, bool is_unit
   if (complete(a, pid, g, payload.subspan(1, pointer)) == reading::ends)
     return;
   start_sections(a, pid, g, payload.subspan(1 + pointer));
+}
+
+} // namespace
+
+void take_psi_packet(audit_ctx &a, uint16_t pid, pkt_bytes payload, bool is_unit_start,
+                     bool follows) {
+  section_gather &g = gather_of(a, pid);
+  try {
+    gather(a, pid, g, payload, is_unit_start, follows);
+  } catch (const std::bad_alloc &) {
+    drop(g); // part of it may be missing
+    throw;
+  }
 }
 
 void take_scrambled_psi_packet(audit_ctx &a, uint16_t pid) {

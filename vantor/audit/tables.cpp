@@ -60,6 +60,7 @@ void add_program(audit_ctx &a, uint16_t number, uint16_t pmt_pid, std::vector<ui
     if (t.programs.size() >= MAX_PROGRAMS)
       return;
     t.programs.emplace_back();
+    t.free_programs.reserve(t.programs.capacity()); // so that each can be given back
     t.free_programs.push_back(static_cast<uint32_t>(t.programs.size() - 1));
   }
   auto pg = std::make_unique<program>();

@@ -220,6 +220,13 @@ void cut_clips(audit_run &run) {
   run.has_all_clips = make_clips(run.clips, run.plan, range, run.files.json) && !run.is_incomplete;
 }
 
+void leave_unjudged(audit_run &run, audit_verdict verdict) {
+  audit_report &report = run.facts.report;
+  report.verdict = verdict;
+  report.duration = report.bitrate = NAN;
+  report.cbr = -1;
+}
+
 // Judges the packets. Returns the status of the run.
 int judge(audit_run &run) {
   audit_config cfg = run.facts.settings;
@@ -230,6 +237,8 @@ int judge(audit_run &run) {
   run.audit.reset(audit_init(&cfg, nullptr));
   if (!run.audit) {
     fprintf(stderr, "No memory for the audit\n");
+    leave_unjudged(run, AUDIT_INCOMPLETE);
+    run.facts.report.out_of_memory = true;
     return EXIT_STATUS_NOMEM;
   }
   const audit_t audit = run.audit.get();
@@ -254,9 +263,7 @@ int judge(audit_run &run) {
 // No packet is there to be judged.
 int report_nothing(audit_run &run) {
   run.facts.result.bytes = run.facts.leading = run.packets.bytes_read();
-  run.facts.report.verdict = AUDIT_NOTHING_CHECKED;
-  run.facts.report.duration = run.facts.report.bitrate = NAN;
-  run.facts.report.cbr = -1;
+  leave_unjudged(run, AUDIT_NOTHING_CHECKED);
   if (is_unreadable(run.facts.result.end))
     return EXIT_STATUS_OK; // as without --audit
   fprintf(stderr, "No packet to audit in [%s]\n", run.request.file);
