@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <string>
 
 #include "input/byte_source.h"
 #include "input/framing.h"
@@ -39,17 +40,17 @@ struct clip_name {
 
 // "00h01m02.345s-CC-LOSS-PID257+2.ts": when and what the first finding was, and how many follow.
 clip_name name_of(const clip &c) {
-  const auto ms = static_cast<uint64_t>(std::max(0.0, c.time) * 1000 + 0.5);
+  std::string when = clock_time(std::max(0.0, c.time), 2, "");
+  for (const char *unit : {"h", "m"})
+    when.replace(when.find(':'), 1, unit);
   char pid[16] = "", more[24] = "";
   if (c.pid >= 0)
     snprintf(pid, sizeof pid, "-PID%d", c.pid);
   if (c.findings > 1)
     snprintf(more, sizeof more, "+%" PRIu64, c.findings - 1);
   clip_name name;
-  snprintf(name.text, sizeof name.text, "%02uh%02um%02u.%03us-%s%s%s.ts",
-           static_cast<unsigned>(ms / 3'600'000), static_cast<unsigned>(ms / 60'000 % 60),
-           static_cast<unsigned>(ms / 1000 % 60), static_cast<unsigned>(ms % 1000),
-           audit_kind_name(c.kind), pid, more);
+  snprintf(name.text, sizeof name.text, "%ss-%s%s%s.ts", when.c_str(), audit_kind_name(c.kind), pid,
+           more);
   return name;
 }
 
