@@ -81,4 +81,13 @@ TEST(survive, a_clock_that_cannot_be_read_and_a_callback_that_stops) {
   e.s.lose(101).data(101);
   e.run();
   EXPECT_STREQ(tsan_result_name(e.rc), "STOPPED");
+
+  tsan_reset(e); // the packet that is stopped at also has the table
+  e.start().s.pmt(100, {.pcr_pid = 0, .es = {{0x1b, 101}}, .version = 1});
+  e.run();
+  EXPECT_EQ(std::tie(e.rc, e->pg[0].nstreams), std::make_tuple(TSAN_STOPPED, 2U));
+  tsan_reset(e); // or is the one at which it would give up
+  e.config().max_skip_pkts = 1;
+  const ts_packet idle = ts_stream().data(101);
+  EXPECT_EQ(tsan_process_many(e, idle.data(), 1, 188).code, TSAN_STOPPED);
 }

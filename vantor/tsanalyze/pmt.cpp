@@ -98,14 +98,14 @@ void alert_pmt_diff(tsan_ctx *tc, uint32_t pid, const ctxt_spec *new_txt, size_t
 
 } // namespace
 
-void process_PMT(tsan_ctx *tc, psi_section *sec, uint32_t pid) {
+bool process_PMT(tsan_ctx *tc, psi_section *sec, uint32_t pid) {
   program_info *pg = prog(tc);
   LOG(g_log, INFO_level, "Adding streams from PMT (pid%u) at %s\n", pid, ptag(tc));
   pg->pcr_pid = pmt_get_pcrpid(sec->data);
   LOG(g_log, INFO_level, "[%s] PMT lists PCR pid=%u at %s\n", tc->cfg.source, pg->pcr_pid,
       ptag(tc));
   if (!TABLE_HOLDS(tc, prog(tc)->pcr_pid))
-    return;
+    return false;
 
   size_t added = 0;
   for_each_es(sec, [&](const uint8_t *es) { added += add_pmt_stream(tc, es) >= 0; });
@@ -123,6 +123,7 @@ void process_PMT(tsan_ctx *tc, psi_section *sec, uint32_t pid) {
     LOG(g_log, INFO_level, "%s: PMT pid=%u, %zu entries\n", __func__, pid, added);
     dump_pmt("Using PMT:", &pg->txt_pmt);
   }
+  return true;
 }
 
 bool cmp_PMT(tsan_ctx *tc, psi_section *sec, uint32_t pid) {
@@ -164,8 +165,7 @@ void update_PMT(tsan_ctx *tc, psi_section *sec, uint32_t pid) {
   std::copy_n(&alerts_of(tc, pg, pg->stm), old_count, old_alerts);
 
   pg->nstreams = 0;
-  process_PMT(tc, sec, pid);
-  if (tc->ended == TSAN_BAD_TABLE) { // the report shows what was there
+  if (!process_PMT(tc, sec, pid)) { // the report shows what was there
     pg->nstreams = old_count;
     return;
   }

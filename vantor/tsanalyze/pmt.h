@@ -8,8 +8,8 @@
 #include "tsanalyze/ctx.h"
 #include "tsanalyze/section.h"
 
-// Builds the stream table from a PMT.
-void process_PMT(tsan_ctx *tc, psi_section *sec, uint32_t pid);
+// Builds the stream table from a PMT. False, with no stream added, when the PMT is refused.
+bool process_PMT(tsan_ctx *tc, psi_section *sec, uint32_t pid);
 
 // Compares a later PMT with the one in force; a difference is reported, the new text is in force
 // then, and true is returned.

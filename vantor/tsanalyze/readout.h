@@ -156,9 +156,9 @@ typedef struct tsan_stream_stats {
   uint8_t type;     /* stream_type */
   const char *name; /* of that type, as the report shows it; lasts as long as the library */
   uint64_t processed, analyzed;
-  /* Alerts, since a PMT first listed the stream. The counts of a program also have those of streams
-   * that are no longer listed; its pid_ndat those of other programs' streams that were found silent
-   * at a packet of this one. */
+  /* Alerts, since the PMT began to list the stream, anew when it was missing there. The counts of a
+   * program also have those of streams that are no longer listed; its pid_ndat those of other
+   * programs' streams that were found silent at a packet of this one. */
   uint64_t cc_brk, cc_rst, pcr_delta, av_delta_plus, av_delta0, pcr_freq, pid_ndat;
 } tsan_stream_stats;
 

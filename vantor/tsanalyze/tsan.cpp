@@ -156,7 +156,7 @@ int tsan_process(tsan_t ctx, const uint8_t *bytes) {
       return {i, TSAN_NO_SYNC};
     begin_packet(ctx, pkt);
     if (const int code = process_in_sync(ctx, pkt))
-      return {i, code};
+      return {i, ctx->ended != 0 ? ctx->ended : code};
   }
   // The packet that ended the run, if one of these did, is the last one.
   return ctx->ended == 0 ? tsan_many{i, 0} : tsan_many{i - (i != 0), ctx->ended};
