@@ -49,7 +49,7 @@ static void receive(int fd, audit_t audit) {
   static unsigned char datagram[LONGEST];
   const struct timeval pause = {.tv_sec = 2};
   uint64_t offset = 0; /* in the stream, bytes */
-  for (ssize_t size; (size = recv(fd, datagram, sizeof datagram, 0)) > 0; offset += (size_t)size) {
+  for (ssize_t size; (size = recv(fd, datagram, sizeof datagram, 0)) >= 0; offset += (size_t)size) {
     audit_datagram(audit, datagram, (size_t)size, PACKET, offset);
     setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &pause, sizeof pause);
   }
