@@ -185,6 +185,15 @@ class Verdicts(unittest.TestCase):
             self.assertEqual(pathlib.Path("newer").read_text(), pathlib.Path("new").read_text())
             self.assertEqual(again[0], 3)
 
+    def test_what_is_only_counted_is_not_allowed(self):
+        packets = (bytes([0x47, 0x80 | pid >> 8, pid & 255, 0x10]) + bytes(184) for pid in range(32, 8000))
+        pathlib.Path("in.ts").write_bytes(b"".join(packets) * 3)  # TEI, more often than is told one by one
+        for option, status in (("--baseline-write=new", 0), ("--exit-alerts", 3), ("--exit-alerts=TEI", 3),
+                               ("--exit-alerts=CC-LOSS", 0)):
+            allow = ["--baseline=new"] if os.path.exists("new") else []
+            run = subprocess.run([PROGRAM, "--audit", option, *allow, "in.ts"], stderr=subprocess.DEVNULL)
+            self.assertEqual(run.returncode, status, option)
+
     def test_entries(self):
         loss = ENTRY.format("CC-LOSS")  # one: at 3.006 s on PID 257 of program 1
         for entry, passes in ((loss, True), (loss + "pid = 0x101; program_number = 1; most = 1L;", True),
@@ -304,7 +313,9 @@ class Verdicts(unittest.TestCase):
 
     def test_nothing_misspelt_is_accepted(self):
         whole = ENTRY.format("CC-LOSS")
+        pathlib.Path("part").write_text("\n\nallowed = ( 1 );")
         for text, said in (
+                ('@include "part"', "part:3: an entry is a group"),
                 ("allowed = (\n{ " + whole + "pids = 1; } );", r"base:2: \[pids\] is no key"),
                 ("allowed = ( { " + whole.replace("CC-LOSS", "CC-LOST") + "} );", "is no kind"),
                 ("allowed = ( { " + ENTRY.format("IDLE") + "} );", "is no kind"),

@@ -6,6 +6,7 @@
 void allowed_counts::add(const audit_finding &f) {
   ++all;
   fails += f.severity == AUDIT_FAIL;
+  ++by_kind[f.kind];
   if (!f.indicator)
     return;
   const auto place = std::ranges::find_if(

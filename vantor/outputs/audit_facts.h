@@ -10,6 +10,7 @@
 // Findings that --baseline allows.
 struct allowed_counts {
   uint64_t all = 0, fails = 0; // these of severity fail
+  std::array<uint64_t, AUDIT_KINDS> by_kind = {};
 
   void add(const audit_finding &finding);
   uint64_t of(const audit_indicator &indicator) const;

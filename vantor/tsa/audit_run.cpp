@@ -56,7 +56,6 @@ struct audit_run {
   framing_step at_hand; // when their times are noted
   bool has_all_clips = true;
   progress line;
-  bool is_hit = false; // by a finding that --exit-alerts asks for
 };
 
 // Without SA_RESTART: a read that waits for a pipe comes back.
@@ -65,11 +64,6 @@ void take_signals() {
   action.sa_handler = [](int) { g_stop = 1; };
   for (const int number : {SIGINT, SIGTERM})
     sigaction(number, &action, nullptr);
-}
-
-bool is_asked_for(const audit_finding &f) {
-  return (g_cfg.audit.exit_on_fail && f.severity == AUDIT_FAIL) ||
-         (g_cfg.audit.exit_kinds >> f.kind & 1) != 0;
 }
 
 int level_of(audit_severity severity) {
@@ -118,7 +112,6 @@ const allowed_finding *take_baseline(audit_run &run, const audit_finding &f) {
 void on_finding(void *opaque, const audit_finding *f) {
   auto &run = *static_cast<audit_run *>(opaque);
   const allowed_finding *entry = take_baseline(run, *f);
-  run.is_hit |= !entry && is_asked_for(*f);
   run.line.count_alert();
   if (!g_cfg.tsa.no_rlog)
     LOG(g_log, level_of(f->severity), "%s\n", human_line(*f, run.request.source, entry).c_str());
@@ -332,14 +325,22 @@ int write_files(audit_run &run) {
       });
 }
 
+// There is a finding that --exit-alerts asks for; those that are only counted count, too.
+bool is_hit(const audit_facts &facts) {
+  bool hit = g_cfg.audit.exit_on_fail && facts.report.fails != 0;
+  for (size_t kind = 0; kind < AUDIT_KINDS; ++kind)
+    hit |= (g_cfg.audit.exit_kinds >> kind & 1) != 0 &&
+           facts.report.findings[kind] > facts.allowed.by_kind[kind];
+  return hit || is_unreadable(facts.result.end);
+}
+
 // Tells how it went. Returns the status of the run.
 int finish(audit_run &run, int status) {
-  const bool is_hit = run.is_hit || is_unreadable(run.facts.result.end);
   const bool tells = g_cfg.audit.exit_on_fail || g_cfg.audit.exit_kinds != 0;
   if (status == EXIT_STATUS_OK && !run.has_all_clips)
     status = EXIT_STATUS_FAILED;
   run.facts.result.status =
-      status == EXIT_STATUS_OK && tells && is_hit ? EXIT_STATUS_ALERTS : status;
+      status == EXIT_STATUS_OK && tells && is_hit(run.facts) ? EXIT_STATUS_ALERTS : status;
   print_tables(run);
   if (g_cfg.out.allowed.is_on())
     g_cfg.out.allowed.tell_rest(stderr);

@@ -65,8 +65,9 @@ struct baseline_reader {
 
   bool refuse(const config_setting_t *at, const char *what) const {
     const char *name = config_setting_name(at);
-    fprintf(stderr, "%s:%u: %s%s%s%s\n", path, config_setting_source_line(at), name ? "[" : "",
-            name ? name : "", name ? "] " : "", what);
+    const char *included = config_setting_source_file(at);
+    fprintf(stderr, "%s:%u: %s%s%s%s\n", included ? included : path, config_setting_source_line(at),
+            name ? "[" : "", name ? name : "", name ? "] " : "", what);
     return false;
   }
 
@@ -186,8 +187,10 @@ int load_baseline(const char *path, bool is_audit, baseline &to) {
   bool is_read = false;
   try {
     is_read = config_read(&parsed, file.get()) == CONFIG_TRUE;
+    const char *included = config_error_file(&parsed);
     if (!is_read)
-      fprintf(stderr, "%s:%d: %s\n", path, config_error_line(&parsed), config_error_text(&parsed));
+      fprintf(stderr, "%s:%d: %s\n", included ? included : path, config_error_line(&parsed),
+              config_error_text(&parsed));
     is_read = is_read && baseline_reader{path, is_audit, to}.read_all(config_root_setting(&parsed));
   } catch (const std::bad_alloc &) {
     fprintf(stderr, "No memory for [%s]\n", path);
