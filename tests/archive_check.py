@@ -45,8 +45,7 @@ KINDS = (  # result, alerts, content or what makes it
 NAMES = ("plain", "two  blanks", "'\"$x`{#}{}", "-a on", "caf\xe9", "no utf-8 \udcff", "line\nend",
          "tab\t;&|*?\\n", "\x1b[31m", "=1+<b>&amp;", "n" * 245)
 KORVA = """#!/bin/sh
-for file; do :; done
-printf '%s/%s\\0' "$PWD" "$file" >>{}
+printf '%s/%s\\0' "$PWD" "${{5#./}}" >>{}
 exec {} "$@"
 """
 STORM = """#!/usr/bin/python3
@@ -181,6 +180,8 @@ class Archive(unittest.TestCase):
         self.check_table(self.archive(korva_options=["-A", "pcr_freq"]))
         self.make(5, 7)
         self.assertIn(" and 6 more  ", self.archive("--resume", "captures", korva_options=["-A", "pcr_freq"])[1])
+        shutil.rmtree(self.out)
+        self.assertIn("unrecognized option '--no'", self.archive("captures", korva_options=["--no"])[1])
         for word in ("--json=x", "--rep=x", "--junit=x", "--clip=x", "--baseline-w=x"):
             self.archive(korva_options=[word], status=1, said="--report makes a page for each")
 
@@ -190,9 +191,10 @@ class Archive(unittest.TestCase):
         entry = '{{ kind = "{}"; reason = "r"; until = "9999-12-31"; }}'
         for kinds, result in ((list(FOUND), "clean"), (list(FOUND)[:2], "alerts")):
             (self.dir / "base").write_text(f"allowed = ({','.join(map(entry.format, kinds))});")
-            self.archive("d", korva_options=["-A", "max_zreset_time=0", "--baseline", "base"], status=0)
+            self.archive("d", korva_options=["-A", "max_zreset_time=0", "--baseline", "base", "none.ts"], status=0)
             row, = self.rows()
             self.assertEqual((row["result"], int(row["alerts"])), (result, 3 - len(kinds)))
+            self.assertEqual(len((self.out / "findings.jsonl").read_text().splitlines()), 3)  # marked
             shutil.rmtree(self.out)
 
     def test_what_changes_between_runs(self):

@@ -25,7 +25,7 @@ PAUSE_MS = 10
 DETAIL = 300  # characters
 TAG = 63  # bytes that korva keeps of a source tag
 LOGS = ("korva.alerts", "korva.report", "korva.jsonl", "korva.html")
-ENVIRONMENT = dict(os.environb)
+ENVIRONMENT = {name: value for name, value in os.environb.items() if name != b"POSIXLY_CORRECT"}
 running = None  # korva's process
 
 
@@ -92,6 +92,12 @@ def tag_of(path):
     return b"..." + end[next((i for i in range(4) if end[i] & 0xc0 != 0x80), 0):]
 
 
+def name_of(path):
+    """As a word that is no option. It stands before the others: only the first one is a capture."""
+    name = path.rpartition("/")[2]
+    return f"./{name}" if name.startswith("-") else name
+
+
 def start(options, path, logs):
     """Returns korva's process, which alone holds the other ends of the pipes."""
     alerts, report, *files = (log.write_end for log in logs)
@@ -101,7 +107,7 @@ def start(options, path, logs):
     program, *words = options["korva"]
     try:
         return os.posix_spawnp(
-            program, [program, "-a", "on", "-S", tag_of(path), *words, *outputs, "--", path.rpartition("/")[2]],
+            program, [program, "-a", "on", "-S", tag_of(path), name_of(path), *outputs, *words],
             ENVIRONMENT, setsigdef=[signal.SIGPIPE, signal.SIGXFSZ],  # which Python ignores
             file_actions=[(os.POSIX_SPAWN_OPEN, 0, "/dev/null", os.O_RDONLY, 0),
                           (os.POSIX_SPAWN_DUP2, alerts, 1), (os.POSIX_SPAWN_DUP2, report, 2)])

@@ -20,7 +20,7 @@ ENDS = {"CANNOT-OPEN", "READ-FAILED"}
 STOPPING = {signal.SIGHUP, signal.SIGINT, signal.SIGPIPE, signal.SIGTERM}
 LANE = 96  # places in the lane of when
 LAST_WORDS = 64 << 10
-WHY = ("Assertion", "Cannot open")
+WHY = ("Assertion", "Cannot open", ": option ", ": unrecognized option ", ": invalid option ")
 
 
 class Records:

@@ -60,6 +60,8 @@ def write_csv(path, rows, is_audit):
 
 def findings_of(output, row):
     """Alerts and findings of a capture, and where its records were cut, as they stand in its records."""
+    if row["status"] is None or row["result"] == "unreadable":  # what lies there is not of its packets
+        return
     try:
         records = folders.open_below(f"{output}/files{row['file']}", job.LOGS[2])
     except OSError:
@@ -73,9 +75,8 @@ def findings_of(output, row):
 def findings_lines(output, rows):
     for row in rows:
         file = b'{"file":' + json.dumps(row["file"]).encode() + b","
-        if row["kinds"]:
-            for record in findings_of(output, row):
-                yield file + record[1:]
+        for record in findings_of(output, row):
+            yield file + record[1:]
 
 
 def without_echoes(rows):
