@@ -9,11 +9,11 @@ set -eu
 mkdir -p artifacts
 status=0
 for capture; do
-  name=$(basename "$capture")
+  name=$(basename -- "$capture")
   set -- --audit --exit-alerts -S "$name" --report="artifacts/$name.html" \
     --junit="artifacts/$name.xml" --clip="artifacts/$name.clips"
   test ! -e korva.baseline || set -- "$@" --baseline=korva.baseline
-  korva "$@" "$capture" 2>"artifacts/$name.log" || status=$?
+  korva "$@" -- "$capture" 2>"artifacts/$name.log" || status=$?
   echo "$name: $(grep -E '^(PASS|FAIL|INCOMPLETE|NOTHING CHECKED)' "artifacts/$name.log")"
 done
 exit $status
