@@ -14,19 +14,31 @@ double or_zero(double time) {
   return std::isnan(time) ? 0 : time;
 }
 
+clip around(const audit_finding &f) {
+  clip piece = {.from = or_zero(f.time) - AROUND_S,
+                .to = or_zero(f.last_time) + AROUND_S,
+                .time = or_zero(f.time),
+                .kind = f.kind,
+                .pid = f.pid};
+  piece.is_cut_off = piece.to - piece.from > LONGEST_S;
+  piece.to = std::min(piece.to, piece.from + LONGEST_S);
+  return piece;
+}
+
+// They overlap, and are no longer together than one may be.
+bool can_be_one(const clip &a, const clip &b) {
+  return std::max(a.from, b.from) <= std::min(a.to, b.to) &&
+         std::max(a.to, b.to) - std::min(a.from, b.from) <= LONGEST_S;
+}
+
 } // namespace
 
 void clip_plan::add(const audit_finding &f) {
-  const double time = or_zero(f.time);
-  clip piece = {.from = time - AROUND_S,
-                .to = or_zero(f.last_time) + AROUND_S,
-                .time = time,
-                .kind = f.kind,
-                .pid = f.pid};
+  clip piece = around(f);
   auto next = pieces.upper_bound(piece.from);
-  if (next != pieces.begin() && std::prev(next)->second.to >= piece.from)
+  if (next != pieces.begin() && can_be_one(std::prev(next)->second, piece))
     --next;
-  while (next != pieces.end() && next->second.from <= piece.to) {
+  while (next != pieces.end() && can_be_one(next->second, piece)) {
     const clip &other = next->second;
     if (other.time <= piece.time) {
       piece.time = other.time;
@@ -36,6 +48,7 @@ void clip_plan::add(const audit_finding &f) {
     piece.from = std::min(piece.from, other.from);
     piece.to = std::max(piece.to, other.to);
     piece.findings += other.findings;
+    piece.is_cut_off |= other.is_cut_off;
     next = pieces.erase(next);
   }
   pieces.emplace(piece.from, piece);
@@ -59,8 +72,6 @@ std::vector<clip> clip_plan::clips(uint64_t first, uint64_t last) const {
   for (auto [from, piece] : pieces) {
     if (out.size() == MOST_CLIPS)
       break;
-    piece.is_cut_off = piece.to - piece.from > LONGEST_S;
-    piece.to = std::min(piece.to, piece.from + LONGEST_S);
     const auto behind = std::ranges::upper_bound(times, piece.from, {}, &moment::time);
     const auto end = std::ranges::lower_bound(times, piece.to, {}, &moment::time);
     piece.begin = behind == times.begin() ? first : std::max(first, std::prev(behind)->begin);

@@ -15,7 +15,7 @@ struct clip {
   audit_kind kind; // of that one
   int32_t pid;     // -1: none
   uint64_t findings = 1;
-  bool is_cut_off = false;      // it would be longer than a clip may be
+  bool is_cut_off = false;      // a finding in it lasts longer than a clip may
   uint64_t begin = 0, size = 0; // bytes of the file
 };
 
@@ -44,7 +44,7 @@ private:
     uint64_t begin, end;
   };
 
-  std::map<double, clip> pieces; // by their begin; they do not overlap
+  std::map<double, clip> pieces; // by their begin
   std::vector<moment> times;     // rising
   double apart = 0;              // least distance of these, s
 };
